@@ -1,0 +1,51 @@
+// The simulated layer-2 library's LAG orchestrator: it keeps clients in ascending priority order,
+// keeps the common chip library's LAG member lists and raises the LAG events.
+#ifndef HALBD_SIM_SIM_LAG_ORCHESTRATOR_H
+#define HALBD_SIM_SIM_LAG_ORCHESTRATOR_H
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lag_orchestrator.h"
+
+namespace sim {
+
+class LagOrchestratorSim : public halswitchl2if::LagOrchestrator {
+ public:
+  // What one client answered to an event.
+  struct Answer {
+    unsigned int priority;
+    std::string name;
+    bool handled;
+  };
+
+  // Refuses (returns false, keeps the first) a second client under the same priority and name.
+  bool RegisterClient(unsigned int priority, const std::string& name,
+                      Callback&& callback) override;
+
+  // Registered clients in the order events reach them.
+  std::vector<std::pair<unsigned int, std::string>> Clients() const;
+
+  // The LAG must be known to the common tables (sim::common().AddLag). Events reach clients in
+  // ascending (priority, name) order; clients without a handler for an event are skipped.
+  std::vector<Answer> CreateLag(const limid_t& lag);
+  // The member is listed before memberAdded is raised.
+  std::vector<Answer> AddMember(const limid_t& lag, const limid_t& member);
+  // memberDeleted is raised while the member is still listed; it is unlisted afterwards.
+  std::vector<Answer> DeleteMember(const limid_t& lag, const limid_t& member);
+  // lagDeleted is raised while the members are still listed; the LAG is forgotten afterwards.
+  std::vector<Answer> DeleteLag(const limid_t& lag);
+
+ private:
+  template <typename Invoke>
+  std::vector<Answer> Raise(Invoke invoke);
+
+  std::map<std::pair<unsigned int, std::string>, Callback> clients_;
+};
+
+}  // namespace sim
+
+#endif  // HALBD_SIM_SIM_LAG_ORCHESTRATOR_H

@@ -1,0 +1,83 @@
+// State of the simulated platform shared by its source files.
+#ifndef HALBD_SIM_SIM_INTERNAL_H
+#define HALBD_SIM_SIM_INTERNAL_H
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "sim/sim_platform.h"
+
+namespace sim {
+namespace internal {
+
+// A planned failure of one SDK function: calls still to let through, then calls to fail.
+struct FaultPlan {
+  int skip = 0;
+  int count = 0;
+  int rc = 0;
+};
+
+struct ChipModel {
+  int unit = 0;
+  soc_control_t control{};
+  bool reportModuleGports = false;
+  std::map<int, PortState> ports;
+  std::map<bcm_vlan_t, VlanState> vlans;
+  std::map<bcm_multicast_t, std::set<std::pair<bcm_gport_t, bcm_if_t>>> groups;
+  std::map<IngressKey, bcm_vlan_action_set_t> ingress;
+  std::map<EgressKey, bcm_vlan_action_set_t> egress;
+  std::map<std::string, FaultPlan> faults;
+  std::vector<SdkCall> trace;
+};
+
+ChipModel& Model();
+void ResetChip();
+// The unit the chip answers to; its soc_control slot follows it.
+void SetChipUnit(int unit);
+
+// The port of this chip that a port argument names: a plain port number, or a local or module
+// gport of such a port. Empty for anything else (trunks, other modules, out of range).
+std::optional<int> ResolvePort(int portOrGport);
+
+// Runs one SDK call: a planned fault or a foreign unit answers without touching the chip;
+// otherwise body(model) decides. Every call lands in the trace.
+template <typename Body>
+int RunCall(const char* function, std::string arguments, int unit, Body body) {
+  ChipModel& model = Model();
+  int rc;
+  auto planned = model.faults.find(function);
+  if (planned != model.faults.end() && planned->second.skip > 0) {
+    --planned->second.skip;
+    planned = model.faults.end();
+  }
+  if (planned != model.faults.end() && planned->second.count > 0) {
+    rc = planned->second.rc;
+    if (--planned->second.count == 0) model.faults.erase(planned);
+  } else if (unit != model.unit) {
+    rc = BCM_E_UNIT;
+  } else {
+    rc = body(model);
+  }
+  model.trace.push_back(SdkCall{function, std::move(arguments), rc});
+  return rc;
+}
+
+// Argument rendering of the trace.
+std::string Args(std::initializer_list<std::string> parts);
+std::string Dec(long long value);
+std::string Hex(unsigned long long value);
+std::string PortArg(int port);
+std::string Tpid(unsigned value);
+std::string ActionArg(const bcm_vlan_action_set_t* action);
+std::string ControlArg(const bcm_vlan_control_vlan_t& control);
+
+void ResetCommon();
+void ResetLog();
+
+}  // namespace internal
+}  // namespace sim
+
+#endif  // HALBD_SIM_SIM_INTERNAL_H

@@ -1,0 +1,63 @@
+#include "sim/sim_lag_orchestrator.h"
+
+#include "sim/sim_platform.h"
+
+namespace sim {
+
+bool LagOrchestratorSim::RegisterClient(unsigned int priority, const std::string& name,
+                                        Callback&& callback) {
+  return clients_.emplace(std::make_pair(priority, name), std::move(callback)).second;
+}
+
+std::vector<std::pair<unsigned int, std::string>> LagOrchestratorSim::Clients() const {
+  std::vector<std::pair<unsigned int, std::string>> keys;
+  for (const auto& entry : clients_) keys.push_back(entry.first);
+  return keys;
+}
+
+template <typename Invoke>
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::Raise(Invoke invoke) {
+  std::vector<Answer> answers;
+  for (auto& [key, callback] : clients_) {
+    std::optional<bool> handled = invoke(callback);
+    if (handled) answers.push_back(Answer{key.first, key.second, *handled});
+  }
+  return answers;
+}
+
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::CreateLag(const limid_t& lag) {
+  return Raise([&](Callback& c) -> std::optional<bool> {
+    if (!c.lagCreated) return std::nullopt;
+    return c.lagCreated(lag);
+  });
+}
+
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::AddMember(const limid_t& lag,
+                                                                      const limid_t& member) {
+  common().ListLagMember(lag, member);
+  return Raise([&](Callback& c) -> std::optional<bool> {
+    if (!c.memberAdded) return std::nullopt;
+    return c.memberAdded(lag, member);
+  });
+}
+
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteMember(const limid_t& lag,
+                                                                         const limid_t& member) {
+  auto answers = Raise([&](Callback& c) -> std::optional<bool> {
+    if (!c.memberDeleted) return std::nullopt;
+    return c.memberDeleted(lag, member);
+  });
+  common().UnlistLagMember(lag, member);
+  return answers;
+}
+
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteLag(const limid_t& lag) {
+  auto answers = Raise([&](Callback& c) -> std::optional<bool> {
+    if (!c.lagDeleted) return std::nullopt;
+    return c.lagDeleted(lag);
+  });
+  common().ForgetLag(lag);
+  return answers;
+}
+
+}  // namespace sim

@@ -1,0 +1,593 @@
+// VLAN translation rules of the bridge-port service: their programming into the chip's ingress and
+// egress translation tables, the egress class IDs of LAG members and the per-interface rule store.
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "hal_bcm_bridge_port.h"
+#include "hal_platform.h"
+
+using halbd::DecodedName;
+using halbd::Hal;
+using vlanxlate::Operation;
+using vlanxlate::Stage;
+using vlanxlate::VlanMapping;
+using vlanxlate::VlanTag;
+
+namespace {
+
+constexpr int kLogError = 3;
+constexpr int kLogInfo = 6;
+constexpr uint8_t kUnusedPriority = 15;
+
+// SDK action flags that mark an entry as an ingress or as an egress translation.
+constexpr uint32_t kIngressActionFlag = 0x4;
+constexpr uint32_t kEgressActionFlag = 0x8;
+
+// Chip identification words of the families whose translation tables cannot act on the packet
+// priority unless the chip says so explicitly.
+constexpr uint32_t kFamiliesWithoutPacketPriority = 0x20000020;
+constexpr uint32_t kChipTypeWithoutPacketPriority = 47;
+
+// LAG classes are counted down from the top of the egress class range, so that they never meet
+// the default classes of the ports (their own port numbers). The range is smaller on chips
+// without packet-priority actions.
+constexpr int kLagClassTopWithPacketPriority = 127;
+constexpr int kLagClassTopWithoutPacketPriority = 63;
+
+constexpr const char* kGetGport = "get BCM gport";
+constexpr const char* kRetrieveGport = "retrieve BCM gport";
+constexpr const char* kRetrievePort = "retrieve BCM port";
+
+bool IsUsed(uint8_t priority) {
+  return priority != kUnusedPriority;
+}
+
+// Whether the chip's translation tables take packet-priority actions (*_pkt_prio); every such
+// field is left alone on chips that do not. A unit without a chip cannot take them either.
+bool TakesPacketPriorityActions(int unit) {
+  if (unit < 0 || unit >= SOC_MAX_NUM_DEVICES || soc_control[unit] == nullptr)
+    return false;
+  const soc_control_t& chip = *soc_control[unit];
+  return chip.xlate_pkt_prio != 0 ||
+         ((chip.chip_family_flags & kFamiliesWithoutPacketPriority) == 0 &&
+          chip.chip_type != kChipTypeWithoutPacketPriority);
+}
+
+// The chip port of id from the gport table, or from the port table when fromPortTable. A miss is
+// logged as "<caller>() failed to <failure> for <id>: <reason>".
+std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
+                                      bool fromPortTable, const char* caller, const char* failure) {
+  try {
+    return fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
+  } catch (const std::out_of_range& e) {
+    Hal()->log(kLogError, "%s() failed to %s for %s: %s", caller, failure, DecodedName(id).c_str(),
+               e.what());
+    return std::nullopt;
+  }
+}
+
+std::string Rendered(const VlanMapping& rule) {
+  std::ostringstream text;
+  text << rule;
+  return text.str();
+}
+
+const char* QinqText(bool qinq) {
+  return qinq ? "enable" : "disable";
+}
+
+// The rules stored for id when rule is among them, else null.
+std::set<VlanMapping>* StoredSetHolding(std::map<limid_t, std::set<VlanMapping>>& store,
+                                        const limid_t& id, const VlanMapping& rule) {
+  auto entry = store.find(id);
+  if (entry == store.end() || entry->second.count(rule) == 0)
+    return nullptr;
+  return &entry->second;
+}
+
+// ---- Ingress ---------------------------------------------------------------------------------
+
+struct IngressKey {
+  bcm_vlan_translate_key_t type;
+  bcm_vlan_t outerVlan;
+  bcm_vlan_t innerVlan;
+};
+
+// The entry a rule occupies in the ingress table. A Q-in-Q port sees the customer's tag as its
+// inner tag, so a rule's outer match is looked up as the inner VLAN; only single-tag matches get a
+// real key there, the other combinations go to the SDK with no key and its answer decides.
+IngressKey IngressKeyOf(const VlanMapping& rule, bool qinq) {
+  const bool outer = rule.match.hasOuterVlan;
+  const bool inner = rule.match.hasInnerVlan;
+  const bcm_vlan_t outerVlan = rule.match.outerVlanTag.vlanId;
+  const bcm_vlan_t innerVlan = rule.match.innerVlanTag.vlanId;
+  if (qinq) {
+    if (!outer)
+      return {bcmVlanTranslateKeyInvalid, 0, 0};
+    return {inner ? bcmVlanTranslateKeyInvalid : bcmVlanTranslateKeyPortInner, 0, outerVlan};
+  }
+  if (outer && inner)
+    return {bcmVlanTranslateKeyPortDouble, outerVlan, innerVlan};
+  if (outer)
+    return {bcmVlanTranslateKeyPortOuter, outerVlan, 0};
+  if (inner)
+    return {bcmVlanTranslateKeyPortInner, 0, innerVlan};
+  return {bcmVlanTranslateKeyInvalid, 0, 0};
+}
+
+bcm_vlan_tpid_action_t TpidAction(uint16_t tpid) {
+  return tpid != 0 ? bcmVlanTpidActionModify : bcmVlanTpidActionNone;
+}
+
+void SetOuterValues(const VlanTag& tag, bcm_vlan_action_set_t& action) {
+  action.new_outer_vlan = tag.vlanId;
+  action.priority = IsUsed(tag.priority) ? tag.priority : -1;
+  action.outer_tpid = tag.tpid;
+  action.outer_tpid_action = TpidAction(tag.tpid);
+}
+
+void SetInnerValues(const VlanTag& tag, bcm_vlan_action_set_t& action) {
+  action.new_inner_vlan = tag.vlanId;
+  action.new_inner_pkt_prio = IsUsed(tag.priority) ? tag.priority : 0;
+  action.inner_tpid = tag.tpid;
+  action.inner_tpid_action = TpidAction(tag.tpid);
+}
+
+// On a Q-in-Q port the new outer tag is pushed onto the customer's tag; its priority is the rule's
+// or, when the rule leaves it, the customer's copied up.
+bcm_vlan_action_t PushedPriority(uint8_t priority) {
+  return IsUsed(priority) ? bcmVlanActionAdd : bcmVlanActionCopy;
+}
+
+bcm_vlan_action_t ReplacedPriority(uint8_t priority) {
+  return IsUsed(priority) ? bcmVlanActionReplace : bcmVlanActionNone;
+}
+
+void SetIngressAdd(const VlanMapping& rule, bool qinq, bool prio, bcm_vlan_action_set_t& a) {
+  const uint8_t outerPriority = rule.action.outerVlanTag.priority;
+  SetOuterValues(rule.action.outerVlanTag, a);
+  if (qinq) {
+    a.it_outer = bcmVlanActionAdd;
+    if (prio)
+      a.it_outer_pkt_prio = PushedPriority(outerPriority);
+    return;
+  }
+  a.ot_outer = bcmVlanActionAdd;
+  a.dt_outer = bcmVlanActionAdd;
+  if (prio) {
+    // Replace on single-tagged but add on double-tagged frames: the asymmetry is what the
+    // platform has always programmed for this operation.
+    const bool used = IsUsed(outerPriority);
+    a.ot_outer_pkt_prio = used ? bcmVlanActionReplace : bcmVlanActionNone;
+    a.dt_outer_pkt_prio = used ? bcmVlanActionAdd : bcmVlanActionNone;
+  }
+}
+
+void SetIngressReplace(const VlanMapping& rule, bool qinq, bool prio, bcm_vlan_action_set_t& a) {
+  const uint8_t outerPriority = rule.action.outerVlanTag.priority;
+  SetOuterValues(rule.action.outerVlanTag, a);
+  if (qinq) {
+    // The customer's tag is the inner one: the new tag is pushed and the old one dropped.
+    a.it_outer = bcmVlanActionAdd;
+    a.it_inner = bcmVlanActionDelete;
+    if (prio)
+      a.it_outer_pkt_prio = PushedPriority(outerPriority);
+    return;
+  }
+  a.ot_outer = bcmVlanActionReplace;
+  a.dt_outer = bcmVlanActionReplace;
+  if (prio) {
+    a.ot_outer_pkt_prio = ReplacedPriority(outerPriority);
+    a.dt_outer_pkt_prio = ReplacedPriority(outerPriority);
+  }
+}
+
+// Without Q-in-Q only the values are given; the port's tag handling does the rest.
+void SetIngressAddReplace(const VlanMapping& rule, bool qinq, bool prio, bcm_vlan_action_set_t& a) {
+  const VlanTag& outer = rule.action.outerVlanTag;
+  const VlanTag& inner = rule.action.innerVlanTag;
+  SetOuterValues(outer, a);
+  SetInnerValues(inner, a);
+  if (!qinq)
+    return;
+  a.it_outer = bcmVlanActionAdd;
+  a.it_inner = inner.vlanId != 0 ? bcmVlanActionReplace : bcmVlanActionNone;
+  if (prio) {
+    a.it_inner_pkt_prio = ReplacedPriority(inner.priority);
+    a.it_outer_pkt_prio = PushedPriority(outer.priority);
+  }
+}
+
+// With Q-in-Q only the values are given; the port's tag handling does the rest.
+void SetIngressReplaceReplace(const VlanMapping& rule, bool qinq, bool prio,
+                              bcm_vlan_action_set_t& a) {
+  const VlanTag& outer = rule.action.outerVlanTag;
+  const VlanTag& inner = rule.action.innerVlanTag;
+  SetOuterValues(outer, a);
+  SetInnerValues(inner, a);
+  if (qinq)
+    return;
+  a.ot_outer = bcmVlanActionReplace;
+  a.dt_outer = bcmVlanActionReplace;
+  a.dt_inner = inner.vlanId != 0 ? bcmVlanActionReplace : bcmVlanActionNone;
+  if (prio) {
+    a.ot_outer_pkt_prio = ReplacedPriority(outer.priority);
+    a.dt_outer_pkt_prio = ReplacedPriority(outer.priority);
+    a.dt_inner_pkt_prio = ReplacedPriority(inner.priority);
+  }
+}
+
+// Fills the tag actions of an ingress rule; false for a rule without an operation. Values from
+// Invalid upwards are installed as an empty action, as they always have been.
+bool GetIngressVlanXlateAction(const VlanMapping& rule, bool qinq, bool prio,
+                               bcm_vlan_action_set_t& action) {
+  switch (rule.operation) {
+    case Operation::Unknown:
+      Hal()->log(kLogError, "%s() invalid ingress VLAN translate action: %s", __func__,
+                 vlanxlate::OperationName(rule.operation));
+      return false;
+    case Operation::Add:
+      SetIngressAdd(rule, qinq, prio, action);
+      break;
+    case Operation::Replace:
+      SetIngressReplace(rule, qinq, prio, action);
+      break;
+    case Operation::AddReplace:
+      SetIngressAddReplace(rule, qinq, prio, action);
+      break;
+    case Operation::ReplaceReplace:
+      SetIngressReplaceReplace(rule, qinq, prio, action);
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+// ---- Egress ----------------------------------------------------------------------------------
+
+struct EgressVlans {
+  bcm_vlan_t outerVlan;
+  bcm_vlan_t innerVlan;
+};
+
+// The egress table has no key type: an absent match tag is VLAN 0.
+EgressVlans EgressVlansOf(const VlanMapping& rule) {
+  return {rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : bcm_vlan_t{0},
+          rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : bcm_vlan_t{0}};
+}
+
+// Only the outer tag is rewritten on egress. An unused priority is 0 on chips with packet-priority
+// actions (the pkt_prio actions decide there) and -1, "leave it", on the others.
+bool GetEgressVlanXlateAction(const VlanMapping& rule, bool prio, bcm_vlan_action_set_t& action) {
+  const VlanTag& outer = rule.action.outerVlanTag;
+  switch (rule.operation) {
+    case Operation::Replace:
+      action.new_outer_vlan = outer.vlanId;
+      action.new_inner_vlan = 0;
+      action.priority = IsUsed(outer.priority) ? outer.priority : (prio ? 0 : -1);
+      action.outer_tpid = outer.tpid;
+      action.outer_tpid_action = TpidAction(outer.tpid);
+      action.ot_outer = bcmVlanActionReplace;
+      action.dt_outer = bcmVlanActionReplace;
+      if (prio) {
+        action.ot_outer_pkt_prio = ReplacedPriority(outer.priority);
+        action.dt_outer_pkt_prio = ReplacedPriority(outer.priority);
+      }
+      return true;
+    case Operation::Unknown:
+    case Operation::Add:
+    case Operation::AddReplace:
+    case Operation::ReplaceReplace:
+      Hal()->log(kLogError, "%s() invalid egress VLAN translate action: %s", __func__,
+                 vlanxlate::OperationName(rule.operation));
+      return false;
+    default:
+      return true;  // from Invalid upwards: an empty action, as on ingress
+  }
+}
+
+// The class a LAG's members are given. A gport that is not a trunk subtracts -1: the class just
+// above the LAG range, as the platform has always computed it.
+int LagClassId(int32_t lagGport, bool prio) {
+  const int top = prio ? kLagClassTopWithPacketPriority : kLagClassTopWithoutPacketPriority;
+  const int trunkId = halbd::IsTrunkGport(lagGport) ? halbd::TrunkIdOfGport(lagGport) : -1;
+  return top - trunkId;
+}
+
+// The egress class that keys the entries of id: the LAG class for a LAG (shared by its members),
+// else the port's class as the chip holds it.
+std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, bool prio,
+                                 const char* caller) {
+  if (halbd::IsLag(id))
+    return LagClassId(gport, prio);
+  uint32_t portClass = 0;
+  const int rc = bcm_port_class_get(unit, gport, bcmPortClassVlanTranslateEgress, &portClass);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() failed to get BCM Class ID for %s (%#x): %s", caller,
+                 DecodedName(id).c_str(), static_cast<unsigned>(gport), bcm_errmsg(rc));
+    return std::nullopt;
+  }
+  return static_cast<int>(portClass);
+}
+
+bool SetEgressClass(int unit, const limid_t& port, int portNumber, int classId,
+                    const char* caller) {
+  const int rc = bcm_port_class_set(unit, portNumber, bcmPortClassVlanTranslateEgress,
+                                    static_cast<uint32_t>(classId));
+  if (rc < 0) {
+    Hal()->error(rc, "%s() failed to set BCM Class ID for %s (%#x): %s", caller,
+                 DecodedName(port).c_str(), static_cast<unsigned>(portNumber), bcm_errmsg(rc));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+// ---- Ingress rules
+// -------------------------------------------------------------------------------
+
+bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
+                                                     bool qinq) const {
+  const std::optional<int32_t> gport = LookupChipPort(*bcmCommon, port, false, __func__, kGetGport);
+  if (!gport)
+    return false;
+  const int chipUnit = bcmCommon->unit;
+  const bool prio = TakesPacketPriorityActions(chipUnit);
+
+  bcm_vlan_action_set_t action;
+  bcm_vlan_action_set_t_init(&action);
+  if (!GetIngressVlanXlateAction(rule, qinq, prio, action)) {
+    Hal()->log(kLogError, "%s() failed to get BCM VLAN translate action for %s", __func__,
+               DecodedName(port).c_str());
+    return false;
+  }
+  action.flags |= kIngressActionFlag;
+
+  const IngressKey key = IngressKeyOf(rule, qinq);
+  const int rc = bcm_vlan_translate_action_add(chipUnit, *gport, key.type, key.outerVlan,
+                                               key.innerVlan, &action);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() failed to add ingress VLAN translate rule for %s: %s", __func__,
+                 DecodedName(port).c_str(), bcm_errmsg(rc));
+    return false;
+  }
+  return true;
+}
+
+bool HalBcmBridgePort::RemoveIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
+                                                    bool qinq, bool usePortTable) const {
+  const std::optional<int32_t> gport =
+      LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport);
+  if (!gport)
+    return false;
+
+  const IngressKey key = IngressKeyOf(rule, qinq);
+  const int rc = bcm_vlan_translate_action_delete(bcmCommon->unit, *gport, key.type, key.outerVlan,
+                                                  key.innerVlan);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() failed to remove ingress VLAN translate for %s: %s", __func__,
+                 DecodedName(port).c_str(), bcm_errmsg(rc));
+    return false;
+  }
+  return true;
+}
+
+// ---- Egress rules and class IDs
+// ------------------------------------------------------------------
+
+bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
+                                                    const VlanMapping& rule) const {
+  const std::optional<int32_t> gport = LookupChipPort(*bcmCommon, port, false, __func__, kGetGport);
+  if (!gport)
+    return false;
+  const int chipUnit = bcmCommon->unit;
+  const bool prio = TakesPacketPriorityActions(chipUnit);
+
+  bcm_vlan_action_set_t action;
+  bcm_vlan_action_set_t_init(&action);
+  if (!GetEgressVlanXlateAction(rule, prio, action)) {
+    Hal()->log(kLogError, "%s() failed to get BCM VLAN translate action for %s", __func__,
+               DecodedName(port).c_str());
+    return false;
+  }
+  action.flags |= kEgressActionFlag;
+
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, prio, __func__);
+  if (!portClass)
+    return false;
+  const EgressVlans vlans = EgressVlansOf(rule);
+
+  // The SDK does not overwrite an entry: an earlier one for the same class and VLANs goes first.
+  int rc = bcm_vlan_translate_egress_action_delete(chipUnit, *portClass, vlans.outerVlan,
+                                                   vlans.innerVlan);
+  if (rc < 0 && rc != BCM_E_NOT_FOUND) {
+    Hal()->error(rc, "%s() failed to delete previous egress VLAN translate rule for %s: %s",
+                 __func__, DecodedName(port).c_str(), bcm_errmsg(rc));
+    return false;
+  }
+  rc = bcm_vlan_translate_egress_action_add(chipUnit, *portClass, vlans.outerVlan, vlans.innerVlan,
+                                            &action);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() failed to add egress VLAN translate rule for %s: %s", __func__,
+                 DecodedName(port).c_str(), bcm_errmsg(rc));
+    return false;
+  }
+  return true;
+}
+
+bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
+                                                   bool usePortTable) const {
+  const std::optional<int32_t> gport =
+      LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport);
+  if (!gport)
+    return false;
+  const int chipUnit = bcmCommon->unit;
+
+  const std::optional<int> portClass =
+      EgressClassOf(chipUnit, port, *gport, TakesPacketPriorityActions(chipUnit), __func__);
+  if (!portClass)
+    return false;
+  const EgressVlans vlans = EgressVlansOf(rule);
+
+  const int rc = bcm_vlan_translate_egress_action_delete(chipUnit, *portClass, vlans.outerVlan,
+                                                         vlans.innerVlan);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() failed to remove egress VLAN translate for %s: %s", __func__,
+                 DecodedName(port).c_str(), bcm_errmsg(rc));
+    return false;
+  }
+  return true;
+}
+
+bool HalBcmBridgePort::SetEgressVlanXlateClassIdForLag(const limid_t& lag,
+                                                       const limid_t& member) const {
+  const std::optional<int32_t> lagGport =
+      LookupChipPort(*bcmCommon, lag, false, __func__, kRetrieveGport);
+  if (!lagGport)
+    return false;
+  const int chipUnit = bcmCommon->unit;
+  const int classId = LagClassId(*lagGport, TakesPacketPriorityActions(chipUnit));
+
+  const std::optional<int32_t> memberGport =
+      LookupChipPort(*bcmCommon, member, true, __func__, kRetrievePort);
+  if (!memberGport)
+    return false;
+  return SetEgressClass(chipUnit, member, halbd::LocalPortOrInvalid(*memberGport), classId,
+                        __func__);
+}
+
+bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
+  const std::optional<int32_t> gport =
+      LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort);
+  if (!gport)
+    return false;
+  // A port's own class is its port number; a gport that names no local port gives -1 for both,
+  // which the SDK refuses.
+  const int portNumber = halbd::LocalPortOrInvalid(*gport);
+  return SetEgressClass(bcmCommon->unit, port, portNumber, portNumber, __func__);
+}
+
+// ---- Rule store
+// ------------------------------------------------------------------------------------
+
+int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
+  // The chip decides, also for a rule that is already stored; the store changes only when the
+  // chip took the rule.
+  if (stage == Stage::Ingress) {
+    const bool qinq = qinqPorts.count(id) != 0;
+    if (!InstallIngressVlanMappingRule(id, rule, qinq)) {
+      const std::string text = Rendered(rule);
+      Hal()->log(kLogInfo, "VLAN translate rule:\n%s\nQinQ: %s", text.c_str(), QinqText(qinq));
+      return -1;
+    }
+    ingressVlanMappings[id].insert(rule);
+    return 0;
+  }
+  if (stage == Stage::Egress) {
+    if (!InstallEgressVlanMappingRule(id, rule)) {
+      const std::string text = Rendered(rule);
+      Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
+      return -1;
+    }
+    egressVlanMappings[id].insert(rule);
+    return 0;
+  }
+  return 0;  // a stage this service has no table for
+}
+
+int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
+                                            const VlanMapping& rule) {
+  // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
+  // not. A rule that is not stored is not on the chip either, so there is nothing to do.
+  if (stage == Stage::Ingress) {
+    std::set<VlanMapping>* rules = StoredSetHolding(ingressVlanMappings, id, rule);
+    if (rules == nullptr) {
+      const std::string text = Rendered(rule);
+      Hal()->log(kLogInfo,
+                 "Skipping deletion of already inexistent ingress VLAN translate rule:\n%s",
+                 text.c_str());
+      return 0;
+    }
+    const bool qinq = qinqPorts.count(id) != 0;
+    if (!RemoveIngressVlanMappingRule(id, rule, qinq, false)) {
+      const std::string text = Rendered(rule);
+      Hal()->log(kLogInfo, "VLAN translate rule:\n%s\nQinQ: %s", text.c_str(), QinqText(qinq));
+      return -1;
+    }
+    rules->erase(rule);
+    return 0;
+  }
+  if (stage == Stage::Egress) {
+    std::set<VlanMapping>* rules = StoredSetHolding(egressVlanMappings, id, rule);
+    if (rules == nullptr) {
+      const std::string text = Rendered(rule);
+      Hal()->log(kLogInfo,
+                 "Skipping deletion of already inexistent egress VLAN translate rule:\n%s",
+                 text.c_str());
+      return 0;
+    }
+    if (!RemoveEgressVlanMappingRule(id, rule, false)) {
+      const std::string text = Rendered(rule);
+      Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
+      return -1;
+    }
+    rules->erase(rule);
+    return 0;
+  }
+  return 0;
+}
+
+void HalBcmBridgePort::UpdateVlanMappingRules(const limid_t& id) const {
+  auto entry = ingressVlanMappings.find(id);
+  if (entry == ingressVlanMappings.end())
+    return;
+  // Called right after the Q-in-Q state changed, so every stored rule sits on the chip under the
+  // other state's key layout. Egress entries do not depend on Q-in-Q. Failures are logged by the
+  // two steps and leave the store as it is.
+  const bool qinq = qinqPorts.count(id) != 0;
+  for (const VlanMapping& rule : entry->second) {
+    RemoveIngressVlanMappingRule(id, rule, !qinq, false);
+    InstallIngressVlanMappingRule(id, rule, qinq);
+  }
+}
+
+void HalBcmBridgePort::UpdateVlanXlateLookupKeys(const limid_t& port, bool qinq) const {
+  // A Q-in-Q port looks up the provider tag, then the customer tag alone; any other port both
+  // tags together, then the outer tag alone.
+  static const std::vector<bcm_vlan_translate_key_e> qinqKeys{bcmVlanTranslateKeyPortOuter,
+                                                              bcmVlanTranslateKeyPortInner};
+  static const std::vector<bcm_vlan_translate_key_e> plainKeys{bcmVlanTranslateKeyPortDouble,
+                                                               bcmVlanTranslateKeyPortOuter};
+  SetVlanXlateLookupKeys(port, qinq ? qinqKeys : plainKeys);
+}
+
+void HalBcmBridgePort::SetVlanXlateLookupKeys(
+    const limid_t& port, const std::vector<bcm_vlan_translate_key_e>& keys) const {
+  // The chip has exactly two lookup-key controls per port.
+  if (keys.size() != 2) {
+    Hal()->log(kLogError, "%s() invalid number of VLAN Xlate lookup keys for %s: %d", __func__,
+               DecodedName(port).c_str(), static_cast<int>(keys.size()));
+    return;
+  }
+  const std::optional<int32_t> gport =
+      LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort);
+  if (!gport)
+    return;
+  const int portNumber = halbd::LocalPortOrInvalid(*gport);
+
+  int rc = bcm_vlan_control_port_set(unit, portNumber, bcmVlanPortTranslateKeyFirst, keys[0]);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() error setting first lookup key at port %#x: %s", __func__,
+                 static_cast<unsigned>(portNumber), bcm_errmsg(rc));
+    return;
+  }
+  rc = bcm_vlan_control_port_set(unit, portNumber, bcmVlanPortTranslateKeySecond, keys[1]);
+  if (rc < 0) {
+    Hal()->error(rc, "%s() error setting second lookup key at port %#x: %s", __func__,
+                 static_cast<unsigned>(portNumber), bcm_errmsg(rc));
+  }
+}
