@@ -74,8 +74,16 @@ std::string Rendered(const VlanMapping& rule) {
   return text.str();
 }
 
-const char* QinqText(bool qinq) {
-  return qinq ? "enable" : "disable";
+// The rule's line after the chip refused it; the reason was logged where the chip was called.
+void LogRefusedIngressRule(const VlanMapping& rule, bool qinq) {
+  const std::string text = Rendered(rule);
+  Hal()->log(kLogInfo, "VLAN translate rule:\n%s\nQinQ: %s", text.c_str(),
+             qinq ? "enable" : "disable");
+}
+
+void LogRefusedEgressRule(const VlanMapping& rule) {
+  const std::string text = Rendered(rule);
+  Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
 }
 
 // The rules stored for id when rule is among them, else null.
@@ -472,7 +480,7 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
 }
 
 // ---- Rule store
-// ------------------------------------------------------------------------------------
+// ----------------------------------------------------------------------------------
 
 int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
   // The chip decides, also for a rule that is already stored; the store changes only when the
@@ -480,8 +488,7 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
   if (stage == Stage::Ingress) {
     const bool qinq = qinqPorts.count(id) != 0;
     if (!InstallIngressVlanMappingRule(id, rule, qinq)) {
-      const std::string text = Rendered(rule);
-      Hal()->log(kLogInfo, "VLAN translate rule:\n%s\nQinQ: %s", text.c_str(), QinqText(qinq));
+      LogRefusedIngressRule(rule, qinq);
       return -1;
     }
     ingressVlanMappings[id].insert(rule);
@@ -489,8 +496,7 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
   }
   if (stage == Stage::Egress) {
     if (!InstallEgressVlanMappingRule(id, rule)) {
-      const std::string text = Rendered(rule);
-      Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
+      LogRefusedEgressRule(rule);
       return -1;
     }
     egressVlanMappings[id].insert(rule);
@@ -514,8 +520,7 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
     }
     const bool qinq = qinqPorts.count(id) != 0;
     if (!RemoveIngressVlanMappingRule(id, rule, qinq, false)) {
-      const std::string text = Rendered(rule);
-      Hal()->log(kLogInfo, "VLAN translate rule:\n%s\nQinQ: %s", text.c_str(), QinqText(qinq));
+      LogRefusedIngressRule(rule, qinq);
       return -1;
     }
     rules->erase(rule);
@@ -531,8 +536,7 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
       return 0;
     }
     if (!RemoveEgressVlanMappingRule(id, rule, false)) {
-      const std::string text = Rendered(rule);
-      Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
+      LogRefusedEgressRule(rule);
       return -1;
     }
     rules->erase(rule);
