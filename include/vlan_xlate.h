@@ -6,6 +6,8 @@
 #include <ostream>
 #include <tuple>
 
+#include "hal_bd_export.h"
+
 namespace vlanxlate {
 
 // One VLAN tag as matched or as written. A tpid of 0 and a priority of 15 mean "not used": the
@@ -65,10 +67,10 @@ inline bool operator<(const VlanMapping& a, const VlanMapping& b) {
 }
 
 // The printed name of an operation; every value from Invalid upwards prints as "Invalid".
-const char* OperationName(Operation operation);
+HALBD_EXPORT const char* OperationName(Operation operation);
 
 // The eleven-line text form quoted by every translation log line; no newline after the last "}".
-std::ostream& operator<<(std::ostream& os, const VlanMapping& rule);
+HALBD_EXPORT std::ostream& operator<<(std::ostream& os, const VlanMapping& rule);
 
 }  // namespace vlanxlate
 

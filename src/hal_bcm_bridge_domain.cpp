@@ -29,7 +29,7 @@ constexpr int kDelAssertLine = 483;
 // One chip read returns at most this many members of a VLAN.
 constexpr int kMaxVlanMembers = 1024;
 
-// The only DHCP action bits the HAL controls; the others belong to the chip's own set-up.
+// The DHCP action bits that callers may switch; every other bit of their value is ignored.
 constexpr uint32_t kDhcpActionBits = HAL_VLAN_PROP_DHCP_TO_CPU | HAL_VLAN_PROP_DHCP_DROP;
 
 // printf's %X takes an unsigned int; gports, groups and encap ids are signed in the SDK.

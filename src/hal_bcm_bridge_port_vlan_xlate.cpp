@@ -95,7 +95,7 @@ std::set<VlanMapping>* StoredSetHolding(std::map<limid_t, std::set<VlanMapping>>
   return &entry->second;
 }
 
-// ---- Ingress ---------------------------------------------------------------------------------
+// ---- Ingress ------------------------------------------------------------------------------------
 
 struct IngressKey {
   bcm_vlan_translate_key_t type;
@@ -254,7 +254,7 @@ bool GetIngressVlanXlateAction(const VlanMapping& rule, bool qinq, bool prio,
   return true;
 }
 
-// ---- Egress ----------------------------------------------------------------------------------
+// ---- Egress -------------------------------------------------------------------------------------
 
 struct EgressVlans {
   bcm_vlan_t outerVlan;
@@ -335,8 +335,7 @@ bool SetEgressClass(int unit, const limid_t& port, int portNumber, int classId,
 
 }  // namespace
 
-// ---- Ingress rules
-// -------------------------------------------------------------------------------
+// ---- Ingress rules ------------------------------------------------------------------------------
 
 bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                      bool qinq) const {
@@ -384,8 +383,7 @@ bool HalBcmBridgePort::RemoveIngressVlanMappingRule(const limid_t& port, const V
   return true;
 }
 
-// ---- Egress rules and class IDs
-// ------------------------------------------------------------------
+// ---- Egress rules and class IDs -----------------------------------------------------------------
 
 bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
                                                     const VlanMapping& rule) const {
@@ -479,8 +477,7 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
   return SetEgressClass(bcmCommon->unit, port, portNumber, portNumber, __func__);
 }
 
-// ---- Rule store
-// ----------------------------------------------------------------------------------
+// ---- Rule store ---------------------------------------------------------------------------------
 
 int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
   // The chip decides, also for a rule that is already stored; the store changes only when the

@@ -12,7 +12,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-limid_t Eth(unsigned port) { return sim::EthernetPort(1, port); }
+limid_t Eth(unsigned port) {
+  return sim::EthernetPort(1, port);
+}
 const limid_t kVlan10 = sim::BridgeDomain(10);
 
 // VLAN 10 holds eth1/1 tagged and eth1/2 untagged.
@@ -67,9 +69,10 @@ TEST_F(BridgeDomainQueriesTest, IsMemberFailuresAreLogged) {
   sim::chip().FailNext("bcm_vlan_gport_get", 1, BCM_E_PARAM);
   EXPECT_EQ(service->isMember(kVlan10, Eth(1), member, tagged, attributes), -1);
 
-  EXPECT_THAT(LogLines(),
-              ElementsAre("log(3): Error looking for eth1/9 at vlan10: HAL ID not found.",
-                          "log(3): Error looking for eth1/1 (0x4000001) at vlan10: Invalid parameter."));
+  EXPECT_THAT(
+      LogLines(),
+      ElementsAre("log(3): Error looking for eth1/9 at vlan10: HAL ID not found.",
+                  "log(3): Error looking for eth1/1 (0x4000001) at vlan10: Invalid parameter."));
 }
 
 TEST_F(BridgeDomainQueriesTest, GetMembersMapsLocalAndModuleGportsBackToPorts) {
@@ -108,9 +111,10 @@ TEST_F(BridgeDomainQueriesTest, GetMembersFailuresAreLoggedAndKeepWhatWasFound) 
   EXPECT_EQ(service->getMembers(kVlan10, members), -1);
   EXPECT_EQ(members, (std::set<limid_t>{Eth(1), Eth(2)}));
 
-  EXPECT_THAT(LogLines(), ElementsAre("log(3): Error retrieving members of vlan10: Internal error.",
-                                      "log(3): Error retrieving members of vlan10: Internal error.",
-                                      "log(3): Error retrieving members of vlan10: device ID not found."));
+  EXPECT_THAT(LogLines(),
+              ElementsAre("log(3): Error retrieving members of vlan10: Internal error.",
+                          "log(3): Error retrieving members of vlan10: Internal error.",
+                          "log(3): Error retrieving members of vlan10: device ID not found."));
 }
 
 TEST_F(BridgeDomainQueriesTest, DelAllMembersEmptiesTheChipButNotTheBooks) {
@@ -154,9 +158,9 @@ TEST_P(DelAllMembersFaultTest, StopsAtTheFailingStep) {
 INSTANTIATE_TEST_SUITE_P(
     EachChipCall, DelAllMembersFaultTest,
     ::testing::Values(
-        DelAllFault{"bcm_vlan_control_vlan_selective_get",
-                    "log(3): Error getting VLAN properties from VLAN vlan10: Operation still running.",
-                    2},
+        DelAllFault{
+            "bcm_vlan_control_vlan_selective_get",
+            "log(3): Error getting VLAN properties from VLAN vlan10: Operation still running.", 2},
         DelAllFault{"bcm_multicast_egress_delete_all",
                     "log(3): Error removing all egress members from group 0x0100000a from vlan10: "
                     "Operation still running.",

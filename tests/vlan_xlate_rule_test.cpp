@@ -129,17 +129,6 @@ TEST(VlanMappingOrder, TagsCompareVlanThenTpidThenPriorityUnsigned) {
   EXPECT_FALSE((VlanTag{5, 6, 7} < VlanTag{5, 6, 7}));
 }
 
-TEST(VlanMappingOrder, RuleWithoutOuterTagSortsFirstWhateverTheRest) {
-  VlanMapping withoutOuter;
-  withoutOuter.match.outerVlanTag = VlanTag{4095, 0xffff, 255};
-  withoutOuter.operation = Operation::Invalid;
-  withoutOuter.action.outerVlanTag = VlanTag{4095, 0xffff, 255};
-  VlanMapping withOuter;
-  withOuter.match.hasOuterVlan = true;
-  EXPECT_TRUE(withoutOuter < withOuter);
-  EXPECT_FALSE(withOuter < withoutOuter);
-}
-
 TEST(VlanMappingOrder, SetKeepsRulesDifferingOnlyInAnAbsentTag) {
   VlanMapping first = ReplaceOuter100With200();
   VlanMapping second = first;
