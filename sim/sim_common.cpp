@@ -79,6 +79,30 @@ Common& common() {
 
 namespace internal {
 
+std::set<int> TrunkPorts(int trunk) {
+  std::set<int> ports;
+  for (const auto& [lag, members] : Tables().lagMembers) {
+    auto lagEntry = Tables().gports.find(lag);
+    if (lagEntry == Tables().gports.end() || lagEntry->second.port != TrunkGport(trunk)) continue;
+    for (const limid_t& member : members) {
+      auto entry = Tables().ports.find(member);
+      if (entry == Tables().ports.end()) continue;
+      if (auto port = ResolvePort(entry->second.port)) ports.insert(*port);
+    }
+  }
+  return ports;
+}
+
+std::optional<int> TrunkOfPort(int port) {
+  for (const auto& [lag, members] : Tables().lagMembers) {
+    auto lagEntry = Tables().gports.find(lag);
+    if (lagEntry == Tables().gports.end()) continue;
+    const int trunk = lagEntry->second.port & BCM_GPORT_TRUNK_ID_MASK;
+    if (TrunkPorts(trunk).count(port) != 0) return trunk;
+  }
+  return std::nullopt;
+}
+
 void ResetCommon() {
   CommonTables& tables = Tables();
   tables.ports.clear();

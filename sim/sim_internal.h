@@ -75,6 +75,12 @@ std::string ActionArg(const bcm_vlan_action_set_t* action);
 std::string ControlArg(const bcm_vlan_control_vlan_t& control);
 
 void ResetCommon();
+
+// The trunk a chip port belongs to, from the LAG member lists and tables of the common library:
+// the stand-in for the chip's trunk table, which the LAG module programs on the switch.
+std::optional<int> TrunkOfPort(int port);
+// The chip ports of a trunk's members (members without a local port are left out).
+std::set<int> TrunkPorts(int trunk);
 void ResetLog();
 
 }  // namespace internal
