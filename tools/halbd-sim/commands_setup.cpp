@@ -1,0 +1,190 @@
+// Commands that set up the simulated platform (ports, LAGs, chip VLANs, chip capabilities) and
+// inject chip failures.
+#include <algorithm>
+#include <climits>
+
+#include "commands.h"
+#include "line_reader.h"
+#include "sim/sim_platform.h"
+
+namespace halbdsim {
+
+namespace {
+
+// The chip calls the library makes; a fault can be planned for each.
+const std::vector<std::string> kSdkFunctions = {
+    "bcm_port_tpid_set",
+    "bcm_port_inner_tpid_set",
+    "bcm_port_untagged_vlan_set",
+    "bcm_port_untagged_priority_set",
+    "bcm_port_dtag_mode_set",
+    "bcm_port_discard_set",
+    "bcm_port_class_get",
+    "bcm_port_class_set",
+    "bcm_vlan_gport_add",
+    "bcm_vlan_gport_delete",
+    "bcm_vlan_gport_delete_all",
+    "bcm_vlan_gport_get",
+    "bcm_vlan_gport_get_all",
+    "bcm_vlan_control_vlan_get",
+    "bcm_vlan_control_vlan_set",
+    "bcm_vlan_control_vlan_selective_get",
+    "bcm_vlan_control_vlan_selective_set",
+    "bcm_vlan_control_port_set",
+    "bcm_vlan_translate_action_add",
+    "bcm_vlan_translate_action_delete",
+    "bcm_vlan_translate_egress_action_add",
+    "bcm_vlan_translate_egress_action_delete",
+    "bcm_multicast_l2_encap_get",
+    "bcm_multicast_egress_add",
+    "bcm_multicast_egress_delete",
+    "bcm_multicast_egress_delete_all",
+};
+
+constexpr int kMaxPortNumber = BCM_GPORT_LOCAL_PORT_MASK;
+
+// The identifier a set-up command declares; it must be of the kind the command declares.
+limid_t ParseNameOfKind(const std::string& name, sim::IdKind kind, const std::string& mistake) {
+  try {
+    const limid_t id = sim::ParseId(name);
+    if (static_cast<sim::IdKind>(id.bytes[0]) == kind)
+      return id;
+  } catch (const std::exception&) {
+    // reported below, like a name of the wrong kind
+  }
+  throw ScenarioError(mistake + ": '" + name + "'");
+}
+
+std::optional<int> TakeGport(Arguments& args) {
+  const std::string kind = args.Take("gport kind");
+  if (kind == "none")
+    return std::nullopt;
+  if (kind == "local") {
+    return sim::LocalGport(ParseInteger(args.Take("local port"), 0, kMaxPortNumber, "local port"));
+  }
+  if (kind == "module") {
+    const int module =
+        ParseInteger(args.Take("module"), 0, BCM_GPORT_MODPORT_MODULE_MASK, "module");
+    const int port = ParseInteger(args.Take("module port"), 0, kMaxPortNumber, "module port");
+    return sim::ModuleGport(module, port);
+  }
+  throw ScenarioError("gport kind must be local, module or none: '" + kind + "'");
+}
+
+Action PreparePort(const Session& session, Arguments& args) {
+  const std::string name = args.Take("port name");
+  const limid_t port =
+      ParseNameOfKind(name, sim::IdKind::Ethernet, "port name must read eth<slot>/<port>");
+  if (session.IsDeclared(port))
+    throw ScenarioError(name + " is already declared");
+  const std::optional<int> gport = TakeGport(args);
+  args.ExpectEnd();
+  return [=](Session& s) {
+    s.Declare(port, DeclaredInterface{gport, -1});
+    if (!gport) {
+      s.Print("no gport: in no identifier table");
+      return;
+    }
+    sim::common().AddPort(port, *gport);
+    s.Print("gport " + Hex(static_cast<unsigned>(*gport)));
+  };
+}
+
+Action PrepareLag(const Session&, Arguments& args) {
+  const std::string name = args.Take("lag name");
+  const limid_t lag = ParseNameOfKind(name, sim::IdKind::Lag, "LAG name must read lag<n>");
+  if (sim::common().HasLag(lag))
+    throw ScenarioError(name + " is already declared");
+  const int trunkId = ParseInteger(args.Take("trunkId"), 0, BCM_GPORT_TRUNK_ID_MASK, "trunkId");
+  args.ExpectEnd();
+  return [=](Session& s) {
+    s.Declare(lag, DeclaredInterface{sim::TrunkGport(trunkId), trunkId});
+    sim::common().AddLag(lag, trunkId);
+    s.Print("gport " + Hex(static_cast<unsigned>(sim::TrunkGport(trunkId))));
+    s.RunOperation([&] { return AnswerLines(s.LagOrchestrator().CreateLag(lag)); });
+  };
+}
+
+Action PrepareVlan(const Session&, Arguments& args) {
+  const auto vlan = static_cast<bcm_vlan_t>(ParseInteger(args.Take("vlan"), 0, 4095, "vlan"));
+  const bool withGroup = !args.TakeKeyword({"no-broadcast-group"});
+  args.ExpectEnd();
+  if (sim::chip().HasVlan(vlan)) {
+    throw ScenarioError("VLAN " + std::to_string(vlan) + " already exists on the chip");
+  }
+  return [=](Session& s) {
+    const bcm_multicast_t group = sim::chip().CreateVlan(vlan, withGroup);
+    s.Print(group != 0 ? "broadcast group " + Hex(static_cast<unsigned>(group))
+                       : "no broadcast group");
+  };
+}
+
+Command ChipSwitch(const std::string& what, const std::string& summary,
+                   void (sim::Chip::*set)(bool)) {
+  return {"chip " + what, "on|off", summary,
+          [what, set](const Session&, Arguments& args) -> Action {
+            const bool on = ParseOnOff(args.Take(what), what);
+            args.ExpectEnd();
+            return [=](Session&) { (sim::chip().*set)(on); };
+          }};
+}
+
+std::string TakeSdkFunction(Arguments& args) {
+  const std::string function = args.Take("function");
+  if (std::find(kSdkFunctions.begin(), kSdkFunctions.end(), function) == kSdkFunctions.end()) {
+    throw ScenarioError("unknown SDK function '" + function + "'");
+  }
+  return function;
+}
+
+Action PrepareFail(const Session&, Arguments& args) {
+  const std::string function = TakeSdkFunction(args);
+  const int count = ParseInteger(args.Take("count"), 1, INT_MAX, "count");
+  const int rc = ParseNumber<int>(args.Take("rc"), "rc");
+  args.ExpectEnd();
+  return [=](Session&) { sim::chip().FailNext(function, count, rc); };
+}
+
+Action PrepareFailNth(const Session&, Arguments& args) {
+  const std::string function = TakeSdkFunction(args);
+  const int nth = ParseInteger(args.Take("nth"), 1, INT_MAX, "nth");
+  const int rc = ParseNumber<int>(args.Take("rc"), "rc");
+  args.ExpectEnd();
+  return [=](Session&) { sim::chip().FailNth(function, nth, rc); };
+}
+
+Action PrepareClearFaults(const Session&, Arguments& args) {
+  args.ExpectEnd();
+  return [](Session&) { sim::chip().ClearFaults(); };
+}
+
+Action PrepareTrace(const Session&, Arguments& args) {
+  const bool on = ParseOnOff(args.Take("on|off"), "trace");
+  args.ExpectEnd();
+  return [=](Session& s) { s.SetTraceEcho(on); };
+}
+
+}  // namespace
+
+std::vector<Command> SetupCommands() {
+  return {
+      {"port", "<name> <gport>",
+       "declare a port; gport: local P, module M P, or none (in no identifier table)", PreparePort},
+      {"lag", "<name> <trunkId>", "declare a LAG with its trunk and raise its creation",
+       PrepareLag},
+      {"vlan", "<vlan> [no-broadcast-group]", "create a VLAN on the chip", PrepareVlan},
+      ChipSwitch("packet-priority",
+                 "whether the chip takes packet-priority actions in VLAN translation",
+                 &sim::Chip::SetPacketPriorityCapable),
+      ChipSwitch("module-gports", "whether the chip lists VLAN members as module gports",
+                 &sim::Chip::SetReportModuleGports),
+      {"fail", "<function> <count> <rc>", "the next count calls of an SDK function return rc",
+       PrepareFail},
+      {"fail-nth", "<function> <nth> <rc>", "only the nth call from now of an SDK function fails",
+       PrepareFailNth},
+      {"clear-faults", "", "cancel the planned failures", PrepareClearFaults},
+      {"trace", "on|off", "print the SDK calls of each operation", PrepareTrace},
+  };
+}
+
+}  // namespace halbdsim

@@ -1,0 +1,49 @@
+#include "line_reader.h"
+
+#include <sstream>
+
+namespace halbdsim {
+
+namespace {
+
+constexpr const char* kBlanks = " \t\r";
+constexpr const char* kPrompt = "halbd-sim> ";
+
+}  // namespace
+
+std::string Trim(const std::string& line) {
+  const size_t first = line.find_first_not_of(kBlanks);
+  if (first == std::string::npos)
+    return "";
+  return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::vector<std::string> SplitWords(const std::string& line) {
+  std::istringstream stream(line.substr(0, line.find('#')));
+  std::vector<std::string> words;
+  for (std::string word; stream >> word;)
+    words.push_back(word);
+  return words;
+}
+
+LineReader::LineReader(std::istream& in, std::string sourceName, std::ostream* prompt)
+    : in_(in), sourceName_(std::move(sourceName)), prompt_(prompt) {}
+
+bool LineReader::Next(std::string& line) {
+  if (prompt_ != nullptr)
+    *prompt_ << kPrompt << std::flush;
+  if (!std::getline(in_, line)) {
+    if (prompt_ != nullptr)
+      *prompt_ << '\n';
+    return false;
+  }
+  ++lineNumber_;
+  return true;
+}
+
+void ReportError(std::ostream& err, const std::string& source, int line,
+                 const std::string& message) {
+  err << source << ':' << line << ": " << message << std::endl;
+}
+
+}  // namespace halbdsim

@@ -1,0 +1,50 @@
+// Reading scenario lines and reporting mistakes in them.
+#ifndef HALBD_SIM_LINE_READER_H
+#define HALBD_SIM_LINE_READER_H
+
+#include <istream>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace halbdsim {
+
+// A mistake in one scenario line (unknown command or name, bad number, missing argument). It is
+// raised while the line is checked, before any of it runs, and reported with the line's place.
+class ScenarioError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The line without surrounding blanks.
+std::string Trim(const std::string& line);
+
+// The blank-separated words of a line, its comment ('#' to the end of the line) left out.
+std::vector<std::string> SplitWords(const std::string& line);
+
+// Hands out the lines of a scenario one by one and knows where each came from. With a prompt
+// stream it asks for every line there, as the interactive shell does.
+class LineReader {
+ public:
+  LineReader(std::istream& in, std::string sourceName, std::ostream* prompt);
+
+  // The next line; false at the end of the input.
+  bool Next(std::string& line);
+  int LineNumber() const { return lineNumber_; }
+  const std::string& SourceName() const { return sourceName_; }
+
+ private:
+  std::istream& in_;
+  std::string sourceName_;
+  std::ostream* prompt_;
+  int lineNumber_ = 0;
+};
+
+// Writes "FILE:LINE: message" and a newline.
+void ReportError(std::ostream& err, const std::string& source, int line,
+                 const std::string& message);
+
+}  // namespace halbdsim
+
+#endif  // HALBD_SIM_LINE_READER_H

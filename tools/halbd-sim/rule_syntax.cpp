@@ -1,0 +1,86 @@
+#include "rule_syntax.h"
+
+#include <string>
+
+#include "line_reader.h"
+
+namespace halbdsim {
+
+const char* const kRuleSyntaxHelp =
+    "RULE: [match [outer TAG] [inner TAG]] OPERATION [outer TAG] [inner TAG]\n"
+    "OPERATION: add, replace, add-replace, replace-replace, unknown or op N\n"
+    "TAG: VLAN [tpid TPID] [prio PRIORITY] (unset: VLAN 0, TPID 0 and priority 15, unused)";
+
+namespace {
+
+using vlanxlate::Operation;
+using vlanxlate::VlanTag;
+
+const Choices kOperations = {
+    {"add", static_cast<long long>(Operation::Add)},
+    {"replace", static_cast<long long>(Operation::Replace)},
+    {"add-replace", static_cast<long long>(Operation::AddReplace)},
+    {"replace-replace", static_cast<long long>(Operation::ReplaceReplace)},
+    {"unknown", static_cast<long long>(Operation::Unknown)},
+};
+
+VlanTag ParseTag(Arguments& args, const std::string& where) {
+  VlanTag tag;
+  tag.vlanId = ParseNumber<uint16_t>(args.Take(where + " VLAN"), where + " VLAN");
+  if (args.TakeKeyword({"tpid"})) {
+    tag.tpid = ParseNumber<uint16_t>(args.Take(where + " TPID"), where + " TPID");
+  }
+  if (args.TakeKeyword({"prio"})) {
+    tag.priority = ParseNumber<uint8_t>(args.Take(where + " priority"), where + " priority");
+  }
+  return tag;
+}
+
+// Reads "outer TAG" and "inner TAG" in any order, each at most once. Returns which were given.
+std::pair<bool, bool> ParseTagGroup(Arguments& args, const std::string& part, VlanTag& outer,
+                                    VlanTag& inner) {
+  bool hasOuter = false;
+  bool hasInner = false;
+  while (auto position = args.TakeKeyword({"outer", "inner"})) {
+    bool& given = *position == "outer" ? hasOuter : hasInner;
+    if (given)
+      throw ScenarioError(part + " " + *position + " tag given twice");
+    given = true;
+    (*position == "outer" ? outer : inner) = ParseTag(args, part + " " + *position);
+  }
+  return {hasOuter, hasInner};
+}
+
+Operation ParseOperation(Arguments& args) {
+  const std::string word = args.Take("rule operation");
+  if (word == "op") {
+    // Raw values let a scenario hand the library operations beyond the named ones.
+    return static_cast<Operation>(
+        ParseNumber<uint32_t>(args.Take("operation value"), "operation value"));
+  }
+  if (word == "outer" || word == "inner") {
+    throw ScenarioError("rule operation expected before the " + word +
+                        " tag (match tags follow 'match')");
+  }
+  return static_cast<Operation>(ParseChoice(word, kOperations, "rule operation"));
+}
+
+}  // namespace
+
+vlanxlate::VlanMapping ParseRule(Arguments& args) {
+  vlanxlate::VlanMapping rule;
+  if (args.TakeKeyword({"match"})) {
+    auto [hasOuter, hasInner] =
+        ParseTagGroup(args, "match", rule.match.outerVlanTag, rule.match.innerVlanTag);
+    if (!hasOuter && !hasInner)
+      throw ScenarioError("match needs an outer or an inner tag");
+    rule.match.hasOuterVlan = hasOuter;
+    rule.match.hasInnerVlan = hasInner;
+  }
+  rule.operation = ParseOperation(args);
+  ParseTagGroup(args, "action", rule.action.outerVlanTag, rule.action.innerVlanTag);
+  args.ExpectEnd();
+  return rule;
+}
+
+}  // namespace halbdsim

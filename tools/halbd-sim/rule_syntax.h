@@ -1,0 +1,28 @@
+// The compact text form of a VLAN mapping rule used by scenarios, e.g.
+//   match outer 100 replace outer 200
+//   match outer 100 inner 10 replace-replace outer 200 tpid 0x88a8 inner 20 prio 3
+//
+//   rule      := [ "match" tag-group ] operation [ tag-group ]
+//   tag-group := any of "outer" tag, "inner" tag, each at most once, in either order
+//   tag       := VLAN [ "tpid" TPID ] [ "prio" PRIORITY ]
+//   operation := add | replace | add-replace | replace-replace | unknown | op NUMBER
+//
+// A tag that is not given keeps the rule type's defaults (VLAN 0, TPID 0 and priority 15, the
+// "unused" values); a match tag that is given sets the matching presence flag.
+#ifndef HALBD_SIM_RULE_SYNTAX_H
+#define HALBD_SIM_RULE_SYNTAX_H
+
+#include "arguments.h"
+#include "vlan_xlate.h"
+
+namespace halbdsim {
+
+// Lines of help that summarise the syntax above, without a final newline.
+extern const char* const kRuleSyntaxHelp;
+
+// Takes the rest of the arguments as one rule; ScenarioError on any mistake.
+vlanxlate::VlanMapping ParseRule(Arguments& args);
+
+}  // namespace halbdsim
+
+#endif  // HALBD_SIM_RULE_SYNTAX_H

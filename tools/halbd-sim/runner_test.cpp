@@ -1,0 +1,157 @@
+#include "runner.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "sim/sim_platform.h"
+
+namespace halbdsim {
+namespace {
+
+// A session whose output and errors are kept; one per test process, like the services.
+class RunnerTest : public ::testing::Test {
+ protected:
+  int Run(const std::string& scenario, bool interactive = false) {
+    std::istringstream in(scenario);
+    LineReader reader(in, "test.scn", nullptr);
+    return RunScenario(session_, reader, interactive, err_);
+  }
+
+  std::ostringstream out_;
+  std::ostringstream err_;
+  Session session_{out_};
+};
+
+// Declares eth1/1 and VLAN 10 and makes no chip call and no log line.
+const std::string kPrelude = "port eth1/1 local 1\nvlan 10\n";
+const std::string kPreludeOutput =
+    "> port eth1/1 local 1\n  gport 0x4000001\n> vlan 10\n  broadcast group 0x100000a\n";
+
+struct BadLine {
+  const char* line;
+  const char* message;
+};
+
+void PrintTo(const BadLine& bad, std::ostream* os) {
+  *os << '"' << bad.line << '"';
+}
+
+class BadLineTest : public RunnerTest, public ::testing::WithParamInterface<BadLine> {};
+
+TEST_P(BadLineTest, IsReportedWithItsPlaceAndStopsTheRunBeforeAnythingOfItRuns) {
+  const int status = Run(kPrelude + GetParam().line + "\nSetTpid eth1/1 0x88a8\n");
+
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err_.str(), std::string("test.scn:3: ") + GetParam().message + "\n");
+  EXPECT_EQ(out_.str(), kPreludeOutput);
+  EXPECT_TRUE(sim::chip().Trace().empty());
+  EXPECT_TRUE(sim::halLog().Records().empty());
+  EXPECT_EQ(session_.Declared().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Mistakes, BadLineTest,
+    ::testing::Values(
+        BadLine{"frobnicate eth1/1", "unknown command 'frobnicate' (help lists the commands)"},
+        BadLine{"SetTpid eth1/9 0x88a8", "unknown interface eth1/9: declare it with 'port'"},
+        BadLine{"addMember vlan10 lag6 tagged", "unknown interface lag6: declare it with 'lag'"},
+        BadLine{"SetTpid ethernet1 0x88a8",
+                "id: 'ethernet1' is not an interface name (eth<slot>/<port>, lag<n> or vlan<n>)"},
+        BadLine{"SetNativeVlan eth1/1 ten", "bad number for vlan: 'ten'"},
+        BadLine{"SetPrio4Untagged eth1/1 256", "pcp out of range (0 to 255): 256"},
+        BadLine{"SetNativeVlan eth1/1", "missing vlan"},
+        BadLine{"SetNativeVlan eth1/1 10 20", "unexpected argument '20'"},
+        BadLine{"addMember eth1/1 eth1/1 tagged", "bridgeDomain must be a bridge domain: eth1/1"},
+        BadLine{"addMember vlan10 vlan10 tagged", "intf must be a port or a LAG: vlan10"},
+        BadLine{"addMember vlan10 eth1/1 maybe",
+                "tagged must be tagged, untagged, true or false: 'maybe'"},
+        BadLine{"AddVlanMappingRule eth1/1 ingress match outer 100 replace outer",
+                "missing action outer VLAN"},
+        BadLine{"AddVlanMappingRule eth1/1 sideways replace outer 1",
+                "stage must be ingress or egress or a number: 'sideways'"},
+        BadLine{"fail bcm_port_frob_set 1 -4", "unknown SDK function 'bcm_port_frob_set'"},
+        BadLine{"fail bcm_port_tpid_set 0 -4", "count out of range (1 to 2147483647): 0"},
+        BadLine{"refuse 10 nobody both", "no client 10 nobody is registered"},
+        BadLine{"memberAdded lag6 eth1/1", "unknown interface lag6: declare it with 'lag'"},
+        BadLine{"port eth1/1 local 1", "eth1/1 is already declared"},
+        BadLine{"port eth1/2 local 2 extra", "unexpected argument 'extra'"},
+        BadLine{"port eth1/2 trunk 2", "gport kind must be local, module or none: 'trunk'"},
+        BadLine{"port lag2 local 2", "port name must read eth<slot>/<port>: 'lag2'"},
+        BadLine{"vlan 10", "VLAN 10 already exists on the chip"},
+        BadLine{"vlan 4096", "vlan out of range (0 to 4095): 4096"},
+        BadLine{"show",
+                "show needs one of: ports, vlans, ingress, egress, lags, member-table, "
+                "trace"}));
+
+TEST_F(RunnerTest, InteractiveRunReportsAMistakeAndGoesOnWithoutEcho) {
+  const int status = Run("port eth1/1 local 1\nbogus\nSetTpid eth1/1 0x88a8\n", true);
+
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err_.str(), "test.scn:2: unknown command 'bogus' (help lists the commands)\n");
+  EXPECT_EQ(out_.str(), "  gport 0x4000001\n  result: 0\n");
+  EXPECT_EQ(sim::chip().Port(1).outerTpid, 0x88a8);
+}
+
+TEST_F(RunnerTest, EchoesCommandsCommentsAndBlankLines) {
+  EXPECT_EQ(Run("port eth1/1 local 1   # access\n\n  # a comment\nGetTpid eth1/1\n"), 0);
+  EXPECT_EQ(out_.str(),
+            "> port eth1/1 local 1   # access\n  gport 0x4000001\n\n# a comment\n"
+            "> GetTpid eth1/1\n  result: 0x8100\n");
+}
+
+TEST_F(RunnerTest, QuitStopsReading) {
+  EXPECT_EQ(Run("quit\nbogus\n"), 0);
+  EXPECT_EQ(err_.str(), "");
+}
+
+TEST_F(RunnerTest, ClientAnswersAppearBeforeTheLogLinesTheyCause) {
+  Run(kPrelude +
+      "RegisterClient 5 first\nRegisterClient 7 second\nrefuse 5 first vlan_add\n"
+      "addMember vlan10 eth1/1 untagged\n");
+
+  const std::string expected =
+      "> addMember vlan10 eth1/1 untagged\n"
+      "  client 5 first: vlan_add(vlan=10, interface=eth1/1, tagged=false) = false\n"
+      "  log(4): Client first: returned error on vlan_add, vlan: 10 interface: eth1/1\n"
+      "  client 7 second: vlan_add(vlan=10, interface=eth1/1, tagged=false) = true\n"
+      "  result: 0\n";
+  EXPECT_NE(out_.str().find(expected), std::string::npos) << out_.str();
+}
+
+TEST_F(RunnerTest, TraceEchoListsTheChipCallsOfEachOperation) {
+  Run(kPrelude + "trace on\nSetTpid eth1/1 0x88a8\ntrace off\nSetTpid eth1/1 0x8100\n");
+
+  EXPECT_NE(out_.str().find("> SetTpid eth1/1 0x88a8\n"
+                            "  sdk: bcm_port_tpid_set(0, 0x4000001, 0x88a8) = 0\n"
+                            "  result: 0\n"),
+            std::string::npos)
+      << out_.str();
+  EXPECT_NE(out_.str().find("> SetTpid eth1/1 0x8100\n  result: 0\n"), std::string::npos);
+}
+
+TEST_F(RunnerTest, ShowTraceListsEachCallOnce) {
+  Run(kPrelude + "SetTpid eth1/1 0x88a8\nshow trace\nshow trace\n");
+
+  EXPECT_NE(out_.str().find("> show trace\n  bcm_port_tpid_set(0, 0x4000001, 0x88a8) = 0\n"
+                            "> show trace\n"),
+            std::string::npos)
+      << out_.str();
+}
+
+TEST_F(RunnerTest, AnExceptionLeavingTheLibraryIsItsOutcome) {
+  Run("lag lag5 5\nlagDeleted lag5\nSetTpid lag5 0x88a8\n");
+
+  EXPECT_NE(out_.str().find("> SetTpid lag5 0x88a8\n  exception std::out_of_range: "),
+            std::string::npos)
+      << out_.str();
+}
+
+TEST_F(RunnerTest, EventsOnADeletedLagAskForItToBeDeclaredAgain) {
+  EXPECT_EQ(Run("port eth1/1 local 1\nlag lag5 5\nlagDeleted lag5\nmemberAdded lag5 eth1/1\n"), 1);
+  EXPECT_EQ(err_.str(), "test.scn:4: lag5 was deleted: declare it again with 'lag'\n");
+}
+
+}  // namespace
+}  // namespace halbdsim

@@ -1,0 +1,113 @@
+// The state of one run: the library's services on the simulated platform, the interface names
+// the scenario declared, the VLAN orchestrator clients it registered, and how an operation's
+// effects are printed.
+#ifndef HALBD_SIM_SESSION_H
+#define HALBD_SIM_SESSION_H
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hal_bridge_domain_itf.h"
+#include "hal_bridge_port_itf.h"
+#include "limid.h"
+#include "sim/sim_lag_orchestrator.h"
+
+namespace halbdsim {
+
+// Kinds of interface an argument accepts, combined with |.
+enum Kind : unsigned { kPort = 1, kLag = 2, kBridgeDomain = 4 };
+
+// What the scenario declared about a port or LAG.
+struct DeclaredInterface {
+  std::optional<int> gport;  // a port without one has no entry in any identifier table
+  int trunkId = -1;          // LAGs only
+};
+
+// The local chip port that a port or gport names, as the simulated chip resolves it.
+std::optional<int> ChipPortOfGport(int gport);
+
+class Session {
+ public:
+  // The lines an operation returns after its effects, e.g. "result: 0".
+  using Outcome = std::vector<std::string>;
+
+  // Resets the simulated platform and obtains both services with a fresh LAG orchestrator, so
+  // that they register for its events (the bridge domain first). The services are process-wide
+  // singletons: one session per process.
+  explicit Session(std::ostream& out);
+
+  std::ostream& Out() { return out_; }
+  HalBridgePortItf& BridgePort() { return *bridgePort_; }
+  HalBridgeDomainItf& BridgeDomain() { return *bridgeDomain_; }
+  sim::LagOrchestratorSim& LagOrchestrator() { return *lagOrchestrator_; }
+
+  // ---- names ----
+  // The identifier a name stands for. It must be of one of the kinds, and a port or LAG must have
+  // been declared, so that a typing mistake is not taken for an interface without table entries.
+  limid_t Resolve(const std::string& text, const std::string& argName, unsigned kinds) const;
+  bool IsDeclared(limid_t id) const { return declared_.count(id) != 0; }
+  void Declare(limid_t id, DeclaredInterface interface) { declared_[id] = interface; }
+  const std::map<limid_t, DeclaredInterface>& Declared() const { return declared_; }
+  // Names for the chip tables; "port7" or "trunk3" for what no declared name stands for.
+  std::string NameOfChipPort(int port) const;
+  std::string NameOfTrunk(int trunkId) const;
+
+  // ---- VLAN orchestrator clients of the scenario ----
+  // Registers a client that prints what it is told and answers as SetRefusals says (true until
+  // then). A client may take only one of the two events.
+  void RegisterClient(unsigned priority, const std::string& name, bool takesAdd, bool takesRemove);
+  void DeregisterClient(unsigned priority, const std::string& name);
+  bool HasClient(unsigned priority, const std::string& name) const;
+  void SetRefusals(unsigned priority, const std::string& name, bool refuseAdd, bool refuseRemove);
+
+  // ---- running ----
+  // Runs one library operation and prints what it did: its chip calls (when echoing the trace),
+  // what the VLAN clients were told and the HAL log lines in the order they happened, recorded
+  // SDK assertions, and its outcome. An exception leaving the library is printed as its outcome.
+  void RunOperation(const std::function<Outcome()>& operation);
+  void SetTraceEcho(bool on) { traceEcho_ = on; }
+  // Chip calls not yet shown by TakeTrace.
+  std::vector<std::string> TakeTrace();
+  // Writes one line of output, indented under the command.
+  void Print(const std::string& line);
+  void RequestQuit() { quit_ = true; }
+  bool QuitRequested() const { return quit_; }
+
+ private:
+  struct ClientState {
+    bool refuseAdd = false;
+    bool refuseRemove = false;
+  };
+  using ClientKey = std::pair<unsigned, std::string>;
+
+  // Something a client printed, placed before the log line with this index.
+  struct Note {
+    size_t logIndex;
+    std::string text;
+  };
+
+  void AddNote(std::string text);
+  void PrintEffects(size_t logStart, size_t traceStart, size_t assertStart);
+
+  std::ostream& out_;
+  std::shared_ptr<sim::LagOrchestratorSim> lagOrchestrator_;
+  HalBridgeDomainItf* bridgeDomain_ = nullptr;
+  HalBridgePortItf* bridgePort_ = nullptr;
+  std::map<limid_t, DeclaredInterface> declared_;
+  std::map<ClientKey, std::shared_ptr<ClientState>> clients_;
+  std::vector<Note> notes_;
+  bool traceEcho_ = false;
+  size_t traceShown_ = 0;
+  bool quit_ = false;
+};
+
+}  // namespace halbdsim
+
+#endif  // HALBD_SIM_SESSION_H
