@@ -8,30 +8,30 @@ extern "C" {
 soc_control_t* soc_control[SOC_MAX_NUM_DEVICES] = {};
 
 const char* _shr_errmsg[SHR_ERRMSG_COUNT] = {
-    "Ok",                         // 0
-    "Internal error",             // -1
-    "Out of memory",              // -2
-    "Invalid unit",               // -3
-    "Invalid parameter",          // -4
-    "Table empty",                // -5
-    "Table full",                 // -6
-    "Entry not found",            // -7
-    "Entry exists",               // -8
-    "Operation timed out",        // -9
-    "Operation still running",    // -10
-    "Operation failed",           // -11
-    "Operation disabled",         // -12
-    "Invalid identifier",         // -13
-    "No resources for operation", // -14
-    "Invalid configuration",      // -15
-    "Feature unavailable",        // -16
-    "Feature not initialized",    // -17
-    "Invalid port",               // -18
-    "Link down",                  // -19
-    "Bus error",                  // -20
-    "Operation not permitted",    // -21
-    "Invalid state",              // -22
-    "Unknown error",              // every other code
+    "Ok",                          // 0
+    "Internal error",              // -1
+    "Out of memory",               // -2
+    "Invalid unit",                // -3
+    "Invalid parameter",           // -4
+    "Table empty",                 // -5
+    "Table full",                  // -6
+    "Entry not found",             // -7
+    "Entry exists",                // -8
+    "Operation timed out",         // -9
+    "Operation still running",     // -10
+    "Operation failed",            // -11
+    "Operation disabled",          // -12
+    "Invalid identifier",          // -13
+    "No resources for operation",  // -14
+    "Invalid configuration",       // -15
+    "Feature unavailable",         // -16
+    "Feature not initialized",     // -17
+    "Invalid port",                // -18
+    "Link down",                   // -19
+    "Bus error",                   // -20
+    "Operation not permitted",     // -21
+    "Invalid state",               // -22
+    "Unknown error",               // every other code
 };
 }  // extern "C"
 
@@ -44,8 +44,10 @@ constexpr bcm_multicast_t kL2GroupType = 0x1000000;
 constexpr uint32_t kChipTypeWithoutPktPrio = 47;
 
 void PublishControl(ChipModel& model) {
-  for (auto& slot : soc_control) slot = nullptr;
-  if (model.unit >= 0 && model.unit < SOC_MAX_NUM_DEVICES) soc_control[model.unit] = &model.control;
+  for (auto& slot : soc_control)
+    slot = nullptr;
+  if (model.unit >= 0 && model.unit < SOC_MAX_NUM_DEVICES)
+    soc_control[model.unit] = &model.control;
 }
 
 }  // namespace
@@ -77,28 +79,30 @@ std::optional<int> ResolvePort(int portOrGport) {
   const uint32_t type = static_cast<uint32_t>(portOrGport) >> BCM_GPORT_TYPE_SHIFT;
   if (portOrGport >= 0 && type == 0) {
     port = portOrGport;
-  } else if (type == BCM_GPORT_TYPE_LOCAL &&
-             (portOrGport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0) {
+  } else if (type == BCM_GPORT_TYPE_LOCAL && (portOrGport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0) {
     port = portOrGport & BCM_GPORT_LOCAL_PORT_MASK;
-  } else if (type == BCM_GPORT_TYPE_MODPORT &&
-             ((portOrGport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) ==
-                 0) {
+  } else if (type == BCM_GPORT_TYPE_MODPORT && ((portOrGport >> BCM_GPORT_MODPORT_MODULE_SHIFT) &
+                                                BCM_GPORT_MODPORT_MODULE_MASK) == 0) {
     port = portOrGport & BCM_GPORT_LOCAL_PORT_MASK;  // this chip is module 0
   }
-  if (port < 0 || port >= Chip::kNumPorts) return std::nullopt;
+  if (port < 0 || port >= Chip::kNumPorts)
+    return std::nullopt;
   return port;
 }
 
 std::string Args(std::initializer_list<std::string> parts) {
   std::string text;
   for (const std::string& part : parts) {
-    if (!text.empty()) text += ", ";
+    if (!text.empty())
+      text += ", ";
     text += part;
   }
   return text;
 }
 
-std::string Dec(long long value) { return std::to_string(value); }
+std::string Dec(long long value) {
+  return std::to_string(value);
+}
 
 std::string Hex(unsigned long long value) {
   char text[24];
@@ -118,10 +122,12 @@ std::string Tpid(unsigned value) {
 }
 
 std::string ActionArg(const bcm_vlan_action_set_t* action) {
-  if (action == nullptr) return "null";
+  if (action == nullptr)
+    return "null";
   std::string text;
   auto field = [&text](const char* name, long long value) {
-    if (value == 0) return;
+    if (value == 0)
+      return;
     text += text.empty() ? "" : ", ";
     text += std::string(name) + "=" + Dec(value);
   };
@@ -143,7 +149,8 @@ std::string ActionArg(const bcm_vlan_action_set_t* action) {
   field("it_outer_pkt_prio", action->it_outer_pkt_prio);
   field("it_inner", action->it_inner);
   field("it_inner_pkt_prio", action->it_inner_pkt_prio);
-  if (action->flags != 0) text += (text.empty() ? "flags=" : ", flags=") + Hex(action->flags);
+  if (action->flags != 0)
+    text += (text.empty() ? "flags=" : ", flags=") + Hex(action->flags);
   return "{" + text + "}";
 }
 
@@ -157,10 +164,13 @@ std::string ControlArg(const bcm_vlan_control_vlan_t& control) {
 
 using internal::Model;
 
-std::string SdkCall::Text() const { return function + "(" + arguments + ") = " + std::to_string(rc); }
+std::string SdkCall::Text() const {
+  return function + "(" + arguments + ") = " + std::to_string(rc);
+}
 
 bcm_multicast_t Chip::CreateVlan(bcm_vlan_t vlan, bool withBroadcastGroup) {
-  if (vlan > 4095) throw std::invalid_argument("VLAN out of range");
+  if (vlan > 4095)
+    throw std::invalid_argument("VLAN out of range");
   VlanState& state = Model().vlans[vlan];
   state = VlanState{};
   if (withBroadcastGroup) {
@@ -172,7 +182,8 @@ bcm_multicast_t Chip::CreateVlan(bcm_vlan_t vlan, bool withBroadcastGroup) {
 
 void Chip::DestroyVlan(bcm_vlan_t vlan) {
   auto it = Model().vlans.find(vlan);
-  if (it == Model().vlans.end()) return;
+  if (it == Model().vlans.end())
+    return;
   Model().groups.erase(it->second.control.broadcast_group);
   Model().vlans.erase(it);
 }
@@ -189,26 +200,36 @@ void Chip::SetPacketPriorityCapable(bool capable) {
   }
 }
 
-void Chip::SetReportModuleGports(bool module) { Model().reportModuleGports = module; }
+void Chip::SetReportModuleGports(bool module) {
+  Model().reportModuleGports = module;
+}
 
-const PortState& Chip::Port(int port) const { return Model().ports.at(port); }
+const PortState& Chip::Port(int port) const {
+  return Model().ports.at(port);
+}
 
-bool Chip::HasVlan(bcm_vlan_t vlan) const { return Model().vlans.count(vlan) != 0; }
+bool Chip::HasVlan(bcm_vlan_t vlan) const {
+  return Model().vlans.count(vlan) != 0;
+}
 
-const VlanState& Chip::Vlan(bcm_vlan_t vlan) const { return Model().vlans.at(vlan); }
+const VlanState& Chip::Vlan(bcm_vlan_t vlan) const {
+  return Model().vlans.at(vlan);
+}
 
 std::vector<bcm_vlan_t> Chip::Vlans() const {
   std::vector<bcm_vlan_t> vlans;
-  for (const auto& entry : Model().vlans) vlans.push_back(entry.first);
+  for (const auto& entry : Model().vlans)
+    vlans.push_back(entry.first);
   return vlans;
 }
 
-const std::set<std::pair<bcm_gport_t, bcm_if_t>>& Chip::GroupMembers(
-    bcm_multicast_t group) const {
+const std::set<std::pair<bcm_gport_t, bcm_if_t>>& Chip::GroupMembers(bcm_multicast_t group) const {
   return Model().groups.at(group);
 }
 
-bcm_if_t Chip::EncapOf(int port) { return 0x8000 + port; }
+bcm_if_t Chip::EncapOf(int port) {
+  return 0x8000 + port;
+}
 
 const std::map<IngressKey, bcm_vlan_action_set_t>& Chip::IngressTable() const {
   return Model().ingress;
@@ -223,29 +244,50 @@ void Chip::FailNext(const std::string& function, int count, int rc) {
 }
 
 void Chip::FailNth(const std::string& function, int nth, int rc) {
-  if (nth < 1) throw std::invalid_argument("calls are counted from 1");
+  if (nth < 1)
+    throw std::invalid_argument("calls are counted from 1");
   Model().faults[function] = internal::FaultPlan{nth - 1, 1, rc};
 }
 
-void Chip::ClearFaults() { Model().faults.clear(); }
+void Chip::ClearFaults() {
+  Model().faults.clear();
+}
 
-const std::vector<SdkCall>& Chip::Trace() const { return Model().trace; }
+const std::vector<SdkCall>& Chip::Trace() const {
+  return Model().trace;
+}
 
 std::vector<std::string> Chip::TraceTexts() const {
   std::vector<std::string> texts;
-  for (const SdkCall& call : Model().trace) texts.push_back(call.Text());
+  for (const SdkCall& call : Model().trace)
+    texts.push_back(call.Text());
   return texts;
 }
 
 std::vector<std::string> Chip::TraceTexts(const std::string& function) const {
   std::vector<std::string> texts;
   for (const SdkCall& call : Model().trace) {
-    if (call.function == function) texts.push_back(call.Text());
+    if (call.function == function)
+      texts.push_back(call.Text());
   }
   return texts;
 }
 
-void Chip::ClearTrace() { Model().trace.clear(); }
+void Chip::ClearTrace() {
+  Model().trace.clear();
+}
+
+void Chip::SetTracing(bool tracing) {
+  Model().tracing = tracing;
+}
+
+uint64_t Chip::CallCount() const {
+  return Model().calls;
+}
+
+void Chip::SetNullChip(bool null) {
+  Model().nullChip = null;
+}
 
 Chip& chip() {
   static Chip instance;

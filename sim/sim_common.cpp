@@ -36,7 +36,8 @@ const LimIdPortEntry& Lookup(const PortTable& table, limid_t id) {
 
 std::set<limid_t>& MembersOf(limid_t lag) {
   auto it = Tables().lagMembers.find(lag);
-  if (it == Tables().lagMembers.end()) throw std::out_of_range("LAG not found");
+  if (it == Tables().lagMembers.end())
+    throw std::out_of_range("LAG not found");
   return it->second;
 }
 
@@ -62,15 +63,25 @@ void Common::AddLag(limid_t lag, int trunkId) {
   Tables().lagMembers[lag];
 }
 
-void Common::ListLagMember(limid_t lag, limid_t member) { MembersOf(lag).insert(member); }
+void Common::ListLagMember(limid_t lag, limid_t member) {
+  MembersOf(lag).insert(member);
+}
 
-void Common::UnlistLagMember(limid_t lag, limid_t member) { MembersOf(lag).erase(member); }
+void Common::UnlistLagMember(limid_t lag, limid_t member) {
+  MembersOf(lag).erase(member);
+}
 
-void Common::ForgetLag(limid_t lag) { Tables().lagMembers.erase(lag); }
+void Common::ForgetLag(limid_t lag) {
+  Tables().lagMembers.erase(lag);
+}
 
-bool Common::HasLag(limid_t lag) const { return Tables().lagMembers.count(lag) != 0; }
+bool Common::HasLag(limid_t lag) const {
+  return Tables().lagMembers.count(lag) != 0;
+}
 
-VlanMemberTable& Common::VlanMembers() { return Tables().vlanMembers; }
+VlanMemberTable& Common::VlanMembers() {
+  return Tables().vlanMembers;
+}
 
 Common& common() {
   static Common instance;
@@ -83,11 +94,14 @@ std::set<int> TrunkPorts(int trunk) {
   std::set<int> ports;
   for (const auto& [lag, members] : Tables().lagMembers) {
     auto lagEntry = Tables().gports.find(lag);
-    if (lagEntry == Tables().gports.end() || lagEntry->second.port != TrunkGport(trunk)) continue;
+    if (lagEntry == Tables().gports.end() || lagEntry->second.port != TrunkGport(trunk))
+      continue;
     for (const limid_t& member : members) {
       auto entry = Tables().ports.find(member);
-      if (entry == Tables().ports.end()) continue;
-      if (auto port = ResolvePort(entry->second.port)) ports.insert(*port);
+      if (entry == Tables().ports.end())
+        continue;
+      if (auto port = ResolvePort(entry->second.port))
+        ports.insert(*port);
     }
   }
   return ports;
@@ -96,9 +110,11 @@ std::set<int> TrunkPorts(int trunk) {
 std::optional<int> TrunkOfPort(int port) {
   for (const auto& [lag, members] : Tables().lagMembers) {
     auto lagEntry = Tables().gports.find(lag);
-    if (lagEntry == Tables().gports.end()) continue;
+    if (lagEntry == Tables().gports.end())
+      continue;
     const int trunk = lagEntry->second.port & BCM_GPORT_TRUNK_ID_MASK;
-    if (TrunkPorts(trunk).count(port) != 0) return trunk;
+    if (TrunkPorts(trunk).count(port) != 0)
+      return trunk;
   }
   return std::nullopt;
 }
@@ -116,7 +132,9 @@ void ResetCommon() {
 }  // namespace internal
 }  // namespace sim
 
-HalBcmCommon* HalBcmCommon::GetInstance() { return &sim::Tables().instance; }
+HalBcmCommon* HalBcmCommon::GetInstance() {
+  return &sim::Tables().instance;
+}
 
 std::unique_ptr<char[]> HalBcmCommon::DecodeLimId(limid_t id) const {
   const std::string name = sim::NameOf(id);
@@ -139,8 +157,11 @@ const LimIdPortEntry& HalBcmCommon::LookupGport(limid_t id) const {
 
 limid_t HalBcmCommon::LookupDeviceId(composed_id<int> key) const {
   auto it = sim::Tables().devices.find(key);
-  if (it == sim::Tables().devices.end()) throw std::out_of_range("device ID not found");
+  if (it == sim::Tables().devices.end())
+    throw std::out_of_range("device ID not found");
   return it->second;
 }
 
-VlanMemberTable& HalBcmCommon::GetVlanMemberTable() { return sim::Tables().vlanMembers; }
+VlanMemberTable& HalBcmCommon::GetVlanMemberTable() {
+  return sim::Tables().vlanMembers;
+}

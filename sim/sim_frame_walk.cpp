@@ -32,20 +32,23 @@ std::string TagText(const FrameTag& tag) {
 
 std::string PacketText(const Packet& packet) {
   std::string text;
-  if (packet.outer) text += "outer " + TagText(*packet.outer);
-  if (packet.inner) text += std::string(text.empty() ? "" : " ") + "inner " + TagText(*packet.inner);
+  if (packet.outer)
+    text += "outer " + TagText(*packet.outer);
+  if (packet.inner)
+    text += std::string(text.empty() ? "" : " ") + "inner " + TagText(*packet.inner);
   return text.empty() ? "no VLAN tag" : text;
 }
 
 class Walker {
  public:
   Walker(int ingressPort, const Frame& frame)
-      : model_(Model()), port_(ingressPort), portState_(model_.ports.at(ingressPort)),
+      : model_(Model()),
+        port_(ingressPort),
+        portState_(model_.ports.at(ingressPort)),
         frame_(frame) {}
 
   FrameWalk Run() {
-    if (RecognizeTags() && PassDiscard() && TranslateIngress() && AssignVlan() &&
-        FilterIngress()) {
+    if (RecognizeTags() && PassDiscard() && TranslateIngress() && AssignVlan() && FilterIngress()) {
       Flood();
     }
     return std::move(walk_);
@@ -101,10 +104,12 @@ class Walker {
       case BCM_PORT_DISCARD_ALL:
         return Drop("discard", "port discards all frames");
       case BCM_PORT_DISCARD_UNTAG:
-        if (!tagged) return Drop("discard", "port discards untagged frames");
+        if (!tagged)
+          return Drop("discard", "port discards untagged frames");
         break;
       case BCM_PORT_DISCARD_TAG:
-        if (tagged) return Drop("discard", "port discards tagged frames");
+        if (tagged)
+          return Drop("discard", "port discards tagged frames");
         break;
       default:
         break;
@@ -122,10 +127,12 @@ class Walker {
         }
         break;
       case bcmVlanTranslateKeyPortOuter:
-        if (packet_.outer) return std::make_pair(packet_.outer->vlan, uint16_t{0});
+        if (packet_.outer)
+          return std::make_pair(packet_.outer->vlan, uint16_t{0});
         break;
       case bcmVlanTranslateKeyPortInner:
-        if (packet_.inner) return std::make_pair(uint16_t{0}, packet_.inner->vlan);
+        if (packet_.inner)
+          return std::make_pair(uint16_t{0}, packet_.inner->vlan);
         break;
       default:
         break;
@@ -138,7 +145,8 @@ class Walker {
     const std::optional<int> trunk = internal::TrunkOfPort(port_);
     for (int keyType : {portState_.keyFirst, portState_.keySecond}) {
       const auto vlans = KeyVlans(keyType);
-      if (!vlans) continue;
+      if (!vlans)
+        continue;
       const IngressKey key{trunk.has_value(), trunk ? *trunk : port_, keyType, vlans->first,
                            vlans->second};
       auto hit = model_.ingress.find(key);
@@ -156,7 +164,8 @@ class Walker {
   bool TranslateIngress() {
     std::string note;
     const bcm_vlan_action_set_t* action = LookupIngress(note);
-    if (action != nullptr) ApplyIngressAction(*action);
+    if (action != nullptr)
+      ApplyIngressAction(*action);
     Step("ingress-xlate", (note.empty() ? "no lookup" : note) +
                               (action != nullptr ? " -> " + PacketText(packet_) : ""));
     return true;
@@ -172,13 +181,15 @@ class Walker {
         slot = FrameTag{tpid, newVlan, 0};
         break;
       case bcmVlanActionReplace:
-        if (slot) slot->vlan = newVlan;
+        if (slot)
+          slot->vlan = newVlan;
         break;
       case bcmVlanActionDelete:
         slot.reset();
         break;
       case bcmVlanActionCopy:
-        if (slot && other) slot->vlan = other->vlan;
+        if (slot && other)
+          slot->vlan = other->vlan;
         break;
       default:
         break;
@@ -187,7 +198,8 @@ class Walker {
 
   static void ApplyPriorityAction(bcm_vlan_action_t action, std::optional<FrameTag>& slot,
                                   int value, const std::optional<FrameTag>& other) {
-    if (!slot) return;
+    if (!slot)
+      return;
     if ((action == bcmVlanActionAdd || action == bcmVlanActionReplace) && value >= 0) {
       slot->priority = static_cast<uint8_t>(value);
     } else if (action == bcmVlanActionCopy && other) {
@@ -214,12 +226,14 @@ class Walker {
     std::optional<FrameTag> pushedOut;
     ApplyTagAction(innerTag, packet_.inner, pushedOut, a.new_inner_vlan, packet_.outer,
                    portState_.innerTpid);
-    if (pushedOut) packet_.payload.insert(packet_.payload.begin(), *pushedOut);
+    if (pushedOut)
+      packet_.payload.insert(packet_.payload.begin(), *pushedOut);
     std::optional<FrameTag> formerOuter;
     ApplyTagAction(outerTag, packet_.outer, formerOuter, a.new_outer_vlan, packet_.inner,
                    portState_.outerTpid);
     if (formerOuter) {
-      if (packet_.inner) packet_.payload.insert(packet_.payload.begin(), *packet_.inner);
+      if (packet_.inner)
+        packet_.payload.insert(packet_.payload.begin(), *packet_.inner);
       packet_.inner = formerOuter;
     }
     ApplyPriorityAction(outerPrio, packet_.outer, a.priority, packet_.inner);
@@ -274,11 +288,13 @@ class Walker {
     if (group != 0 && groupIt != model_.groups.end()) {
       note = "broadcast group " + internal::Hex(static_cast<uint32_t>(group));
       for (const auto& member : groupIt->second) {
-        if (auto port = internal::ResolvePort(member.first)) ports.insert(*port);
+        if (auto port = internal::ResolvePort(member.first))
+          ports.insert(*port);
       }
     } else {
       note = "VLAN members";
-      for (const auto& member : vlan.members) ports.insert(member.first);
+      for (const auto& member : vlan.members)
+        ports.insert(member.first);
     }
     return ports;
   }
@@ -291,12 +307,15 @@ class Walker {
     const std::set<int> candidates = FloodSet(vlan, note);
     const std::optional<int> ingressTrunk = internal::TrunkOfPort(port_);
     std::set<int> trunksServed;
-    if (ingressTrunk) trunksServed.insert(*ingressTrunk);
+    if (ingressTrunk)
+      trunksServed.insert(*ingressTrunk);
     std::vector<std::pair<int, bool>> targets;  // port, untagged member
     for (int port : candidates) {
-      if (port == port_) continue;
+      if (port == port_)
+        continue;
       const std::optional<int> trunk = internal::TrunkOfPort(port);
-      if (trunk && !trunksServed.insert(*trunk).second) continue;
+      if (trunk && !trunksServed.insert(*trunk).second)
+        continue;
       auto member = vlan.members.find(port);
       if (member == vlan.members.end()) {
         note += ", port " + std::to_string(port) + " pruned (not a VLAN member)";
@@ -325,11 +344,14 @@ class Walker {
     } else if (packet_.inner) {
       outermostFixed = packet_.innerTpidFixed;
     }
-    if (packet_.inner) tags.push_back(*packet_.inner);
+    if (packet_.inner)
+      tags.push_back(*packet_.inner);
     const size_t vlanTags = tags.size();
     std::string note = untagged ? "untagged member" : "tagged member";
-    if (TranslateEgress(egressPort, tags, vlanTags, note)) outermostFixed = true;
-    if (!tags.empty() && !outermostFixed) tags.front().tpid = egressPort.outerTpid;
+    if (TranslateEgress(egressPort, tags, vlanTags, note))
+      outermostFixed = true;
+    if (!tags.empty() && !outermostFixed)
+      tags.front().tpid = egressPort.outerTpid;
     tags.insert(tags.end(), packet_.payload.begin(), packet_.payload.end());
     Frame out{tags};
     Step("egress " + std::to_string(port), note + " -> " + FormatFrame(out));
@@ -340,24 +362,27 @@ class Walker {
   // Returns true when an action fixed the outermost tag's TPID.
   bool TranslateEgress(const PortState& egressPort, std::vector<FrameTag>& tags, size_t vlanTags,
                        std::string& note) const {
-    if (vlanTags == 0) return false;
+    if (vlanTags == 0)
+      return false;
     const uint16_t innerVlan = vlanTags > 1 ? tags[1].vlan : 0;
     const EgressKey key{static_cast<int>(egressPort.egressClass), tags[0].vlan, innerVlan};
     auto hit = model_.egress.find(key);
-    note += ", egress class " + std::to_string(key.portClass) + (hit == model_.egress.end()
-                                                                    ? " miss"
-                                                                    : " hit");
-    if (hit == model_.egress.end()) return false;
+    note += ", egress class " + std::to_string(key.portClass) +
+            (hit == model_.egress.end() ? " miss" : " hit");
+    if (hit == model_.egress.end())
+      return false;
     const bcm_vlan_action_set_t& a = hit->second;
     const bool dt = vlanTags > 1;
     const bcm_vlan_action_t outerTag = dt ? a.dt_outer : a.ot_outer;
     const bcm_vlan_action_t outerPrio = dt ? a.dt_outer_pkt_prio : a.ot_outer_pkt_prio;
-    if (outerTag == bcmVlanActionReplace) tags[0].vlan = a.new_outer_vlan;
+    if (outerTag == bcmVlanActionReplace)
+      tags[0].vlan = a.new_outer_vlan;
     if (outerTag == bcmVlanActionDelete) {
       tags.erase(tags.begin());
       return false;
     }
-    if (dt && a.dt_inner == bcmVlanActionReplace) tags[1].vlan = a.new_inner_vlan;
+    if (dt && a.dt_inner == bcmVlanActionReplace)
+      tags[1].vlan = a.new_inner_vlan;
     if ((outerPrio == bcmVlanActionReplace || outerPrio == bcmVlanActionAdd) && a.priority >= 0) {
       tags[0].priority = static_cast<uint8_t>(a.priority);
     }
@@ -386,9 +411,11 @@ FrameWalk WalkFrame(int ingressPort, const Frame& frame) {
 }
 
 std::string FormatFrame(const Frame& frame) {
-  if (frame.tags.empty()) return "untagged";
+  if (frame.tags.empty())
+    return "untagged";
   std::string text;
-  for (const FrameTag& tag : frame.tags) text += TagText(tag);
+  for (const FrameTag& tag : frame.tags)
+    text += TagText(tag);
   return text;
 }
 

@@ -28,7 +28,8 @@ std::string Format(const char* fmt, va_list args) {
   va_copy(measure, args);
   const int length = std::vsnprintf(nullptr, 0, fmt, measure);
   va_end(measure);
-  if (length < 0) return fmt;
+  if (length < 0)
+    return fmt;
   std::string text(static_cast<size_t>(length) + 1, '\0');
   std::vsnprintf(text.data(), text.size(), fmt, args);
   text.resize(static_cast<size_t>(length));
@@ -68,11 +69,14 @@ class SimHalCallbacks : public HalCallbacksItf {
 
 }  // namespace
 
-const std::vector<LogRecord>& HalLog::Records() const { return State().records; }
+const std::vector<LogRecord>& HalLog::Records() const {
+  return State().records;
+}
 
 std::vector<std::string> HalLog::Texts() const {
   std::vector<std::string> texts;
-  for (const LogRecord& record : State().records) texts.push_back(record.text);
+  for (const LogRecord& record : State().records)
+    texts.push_back(record.text);
   return texts;
 }
 
@@ -85,17 +89,27 @@ std::vector<std::string> HalLog::Lines() const {
   return lines;
 }
 
-void HalLog::Clear() { State().records.clear(); }
-void HalLog::SetEcho(bool echo) { State().echo = echo; }
-void HalLog::ThrowOnNextMessage() { State().throwOnNext = true; }
+void HalLog::Clear() {
+  State().records.clear();
+}
+void HalLog::SetEcho(bool echo) {
+  State().echo = echo;
+}
+void HalLog::ThrowOnNextMessage() {
+  State().throwOnNext = true;
+}
 
 HalLog& halLog() {
   static HalLog instance;
   return instance;
 }
 
-const std::vector<AssertRecord>& Assertions() { return State().assertions; }
-void SetAbortOnAssert(bool abort) { State().abortOnAssert = abort; }
+const std::vector<AssertRecord>& Assertions() {
+  return State().assertions;
+}
+void SetAbortOnAssert(bool abort) {
+  State().abortOnAssert = abort;
+}
 
 namespace internal {
 
@@ -118,5 +132,6 @@ HalCallbacksItf* HalCallbacksItf::getInstance() {
 extern "C" void _sal_assert(const char* expr, const char* file, int line) {
   sim::State().assertions.push_back(sim::AssertRecord{expr, file, line});
   std::fprintf(stderr, "assertion failed: %s at %s:%d\n", expr, file, line);
-  if (sim::State().abortOnAssert) std::abort();
+  if (sim::State().abortOnAssert)
+    std::abort();
 }

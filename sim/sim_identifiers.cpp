@@ -17,19 +17,28 @@ limid_t Make(IdKind kind, unsigned byte1, unsigned number) {
   return id;
 }
 
-unsigned Number(limid_t id) { return (static_cast<unsigned>(id.bytes[2]) << 8) | id.bytes[3]; }
+unsigned Number(limid_t id) {
+  return (static_cast<unsigned>(id.bytes[2]) << 8) | id.bytes[3];
+}
 
 unsigned ParseBounded(const std::string& text, unsigned max, const std::string& name) {
   const unsigned long value = std::stoul(text);
-  if (value > max) throw std::invalid_argument("identifier out of range: " + name);
+  if (value > max)
+    throw std::invalid_argument("identifier out of range: " + name);
   return static_cast<unsigned>(value);
 }
 
 }  // namespace
 
-limid_t EthernetPort(unsigned slot, unsigned port) { return Make(IdKind::Ethernet, slot, port); }
-limid_t Lag(unsigned number) { return Make(IdKind::Lag, 0, number); }
-limid_t BridgeDomain(unsigned vlan) { return Make(IdKind::BridgeDomain, 0, vlan); }
+limid_t EthernetPort(unsigned slot, unsigned port) {
+  return Make(IdKind::Ethernet, slot, port);
+}
+limid_t Lag(unsigned number) {
+  return Make(IdKind::Lag, 0, number);
+}
+limid_t BridgeDomain(unsigned vlan) {
+  return Make(IdKind::BridgeDomain, 0, vlan);
+}
 
 std::string NameOf(limid_t id) {
   char name[64];
@@ -45,14 +54,17 @@ limid_t ParseId(const std::string& name) {
   if (std::regex_match(name, m, kEthernet)) {
     return EthernetPort(ParseBounded(m[1], 0xff, name), ParseBounded(m[2], 0xffff, name));
   }
-  if (std::regex_match(name, m, kLag)) return Lag(ParseBounded(m[1], 0xffff, name));
+  if (std::regex_match(name, m, kLag))
+    return Lag(ParseBounded(m[1], 0xffff, name));
   if (std::regex_match(name, m, kBridgeDomain)) {
     return BridgeDomain(ParseBounded(m[1], 0xffff, name));
   }
   throw std::invalid_argument("not an interface name: " + name);
 }
 
-int LocalGport(int port) { return (BCM_GPORT_TYPE_LOCAL << BCM_GPORT_TYPE_SHIFT) | port; }
+int LocalGport(int port) {
+  return (BCM_GPORT_TYPE_LOCAL << BCM_GPORT_TYPE_SHIFT) | port;
+}
 
 int ModuleGport(int module, int port) {
   return (BCM_GPORT_TYPE_MODPORT << BCM_GPORT_TYPE_SHIFT) |
@@ -70,14 +82,18 @@ extern "C" {
 
 const limid_type_t limid_type_lag = static_cast<limid_type_t>(sim::IdKind::Lag);
 
-int limid_is_from_type(limid_t id, limid_type_t type) { return id.bytes[0] == type; }
+int limid_is_from_type(limid_t id, limid_type_t type) {
+  return id.bytes[0] == type;
+}
 
 int limid_to_type(limid_t id, limid_type_t* type) {
   *type = id.bytes[0];
   return 0;
 }
 
-int limid_type_compare(limid_type_t a, limid_type_t b) { return a == b; }
+int limid_type_compare(limid_type_t a, limid_type_t b) {
+  return a == b;
+}
 
 int limid_is_from_type_ethernet(limid_t id) {
   return id.bytes[0] == static_cast<unsigned char>(sim::IdKind::Ethernet);
@@ -99,7 +115,8 @@ int limid_to_intfname(limid_t id, char* buffer, size_t size) {
 }
 
 int limid_to_bridgedomain_components(limid_t id, uint32_t* domainKind, uint32_t* vlan) {
-  if (id.bytes[0] != static_cast<unsigned char>(sim::IdKind::BridgeDomain)) return -1;
+  if (id.bytes[0] != static_cast<unsigned char>(sim::IdKind::BridgeDomain))
+    return -1;
   *domainKind = 0;
   *vlan = sim::Number(id);
   return 0;

@@ -31,6 +31,9 @@ struct ChipModel {
   std::map<EgressKey, bcm_vlan_action_set_t> egress;
   std::map<std::string, FaultPlan> faults;
   std::vector<SdkCall> trace;
+  bool tracing = true;
+  bool nullChip = false;
+  uint64_t calls = 0;
 };
 
 ChipModel& Model();
@@ -43,10 +46,14 @@ void SetChipUnit(int unit);
 std::optional<int> ResolvePort(int portOrGport);
 
 // Runs one SDK call: a planned fault or a foreign unit answers without touching the chip;
-// otherwise body(model) decides. Every call lands in the trace.
-template <typename Body>
-int RunCall(const char* function, std::string arguments, int unit, Body body) {
+// otherwise body(model) decides. Every call is counted and, while tracing, lands in the trace with
+// its arguments as arguments() renders them. The null chip answers every call with success at once.
+template <typename Arguments, typename Body>
+int RunCall(const char* function, Arguments arguments, int unit, Body body) {
   ChipModel& model = Model();
+  ++model.calls;
+  if (model.nullChip)
+    return BCM_E_NONE;
   int rc;
   auto planned = model.faults.find(function);
   if (planned != model.faults.end() && planned->second.skip > 0) {
@@ -55,13 +62,15 @@ int RunCall(const char* function, std::string arguments, int unit, Body body) {
   }
   if (planned != model.faults.end() && planned->second.count > 0) {
     rc = planned->second.rc;
-    if (--planned->second.count == 0) model.faults.erase(planned);
+    if (--planned->second.count == 0)
+      model.faults.erase(planned);
   } else if (unit != model.unit) {
     rc = BCM_E_UNIT;
   } else {
     rc = body(model);
   }
-  model.trace.push_back(SdkCall{function, std::move(arguments), rc});
+  if (model.tracing)
+    model.trace.push_back(SdkCall{function, arguments(), rc});
   return rc;
 }
 

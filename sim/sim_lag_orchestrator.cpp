@@ -11,7 +11,8 @@ bool LagOrchestratorSim::RegisterClient(unsigned int priority, const std::string
 
 std::vector<std::pair<unsigned int, std::string>> LagOrchestratorSim::Clients() const {
   std::vector<std::pair<unsigned int, std::string>> keys;
-  for (const auto& entry : clients_) keys.push_back(entry.first);
+  for (const auto& entry : clients_)
+    keys.push_back(entry.first);
   return keys;
 }
 
@@ -20,14 +21,16 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::Raise(Invoke invoke)
   std::vector<Answer> answers;
   for (auto& [key, callback] : clients_) {
     std::optional<bool> handled = invoke(callback);
-    if (handled) answers.push_back(Answer{key.first, key.second, *handled});
+    if (handled)
+      answers.push_back(Answer{key.first, key.second, *handled});
   }
   return answers;
 }
 
 std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::CreateLag(const limid_t& lag) {
   return Raise([&](Callback& c) -> std::optional<bool> {
-    if (!c.lagCreated) return std::nullopt;
+    if (!c.lagCreated)
+      return std::nullopt;
     return c.lagCreated(lag);
   });
 }
@@ -36,7 +39,8 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::AddMember(const limi
                                                                       const limid_t& member) {
   common().ListLagMember(lag, member);
   return Raise([&](Callback& c) -> std::optional<bool> {
-    if (!c.memberAdded) return std::nullopt;
+    if (!c.memberAdded)
+      return std::nullopt;
     return c.memberAdded(lag, member);
   });
 }
@@ -44,7 +48,8 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::AddMember(const limi
 std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteMember(const limid_t& lag,
                                                                          const limid_t& member) {
   auto answers = Raise([&](Callback& c) -> std::optional<bool> {
-    if (!c.memberDeleted) return std::nullopt;
+    if (!c.memberDeleted)
+      return std::nullopt;
     return c.memberDeleted(lag, member);
   });
   common().UnlistLagMember(lag, member);
@@ -53,7 +58,8 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteMember(const l
 
 std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteLag(const limid_t& lag) {
   auto answers = Raise([&](Callback& c) -> std::optional<bool> {
-    if (!c.lagDeleted) return std::nullopt;
+    if (!c.lagDeleted)
+      return std::nullopt;
     return c.lagDeleted(lag);
   });
   common().ForgetLag(lag);

@@ -15,20 +15,26 @@ using GroupMembers = std::set<std::pair<bcm_gport_t, bcm_if_t>>;
 template <typename Body>
 int WithGroup(ChipModel& model, bcm_multicast_t group, Body body) {
   auto it = model.groups.find(group);
-  if (it == model.groups.end()) return BCM_E_NOT_FOUND;
+  if (it == model.groups.end())
+    return BCM_E_NOT_FOUND;
   return body(it->second);
 }
 
 // Members are kept under the local-port gport of their port, whichever form the caller used.
 int MemberOf(bcm_gport_t port, bcm_if_t encap, std::pair<bcm_gport_t, bcm_if_t>& member) {
   auto resolved = sim::internal::ResolvePort(port);
-  if (!resolved) return BCM_E_PORT;
+  if (!resolved)
+    return BCM_E_PORT;
   member = {sim::LocalGport(*resolved), encap};
   return BCM_E_NONE;
 }
 
-std::string GroupArg(bcm_multicast_t group) { return Hex(static_cast<uint32_t>(group)); }
-std::string EncapArg(bcm_if_t encap) { return Hex(static_cast<uint32_t>(encap)); }
+std::string GroupArg(bcm_multicast_t group) {
+  return Hex(static_cast<uint32_t>(group));
+}
+std::string EncapArg(bcm_if_t encap) {
+  return Hex(static_cast<uint32_t>(encap));
+}
 
 }  // namespace
 
@@ -36,57 +42,77 @@ extern "C" {
 
 int bcm_multicast_l2_encap_get(int unit, bcm_multicast_t group, bcm_gport_t port, bcm_vlan_t vlan,
                                bcm_if_t* encap_id) {
-  return RunCall("bcm_multicast_l2_encap_get",
-                 Args({Dec(unit), GroupArg(group), PortArg(port), Dec(vlan)}), unit,
-                 [&](ChipModel& m) {
-                   return WithGroup(m, group, [&](GroupMembers&) {
-                     auto resolved = sim::internal::ResolvePort(port);
-                     if (!resolved) return static_cast<int>(BCM_E_PORT);
-                     if (encap_id == nullptr) return static_cast<int>(BCM_E_PARAM);
-                     *encap_id = sim::Chip::EncapOf(*resolved);
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_multicast_l2_encap_get",
+      [&] {
+        return Args({Dec(unit), GroupArg(group), PortArg(port), Dec(vlan)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithGroup(m, group, [&](GroupMembers&) {
+          auto resolved = sim::internal::ResolvePort(port);
+          if (!resolved)
+            return static_cast<int>(BCM_E_PORT);
+          if (encap_id == nullptr)
+            return static_cast<int>(BCM_E_PARAM);
+          *encap_id = sim::Chip::EncapOf(*resolved);
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
-int bcm_multicast_egress_add(int unit, bcm_multicast_t group, bcm_gport_t port,
-                             bcm_if_t encap_id) {
-  return RunCall("bcm_multicast_egress_add",
-                 Args({Dec(unit), GroupArg(group), PortArg(port), EncapArg(encap_id)}), unit,
-                 [&](ChipModel& m) {
-                   return WithGroup(m, group, [&](GroupMembers& members) {
-                     std::pair<bcm_gport_t, bcm_if_t> member;
-                     const int rc = MemberOf(port, encap_id, member);
-                     if (rc < 0) return rc;
-                     return members.insert(member).second ? static_cast<int>(BCM_E_NONE)
-                                                          : static_cast<int>(BCM_E_EXISTS);
-                   });
-                 });
+int bcm_multicast_egress_add(int unit, bcm_multicast_t group, bcm_gport_t port, bcm_if_t encap_id) {
+  return RunCall(
+      "bcm_multicast_egress_add",
+      [&] {
+        return Args({Dec(unit), GroupArg(group), PortArg(port), EncapArg(encap_id)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithGroup(m, group, [&](GroupMembers& members) {
+          std::pair<bcm_gport_t, bcm_if_t> member;
+          const int rc = MemberOf(port, encap_id, member);
+          if (rc < 0)
+            return rc;
+          return members.insert(member).second ? static_cast<int>(BCM_E_NONE)
+                                               : static_cast<int>(BCM_E_EXISTS);
+        });
+      });
 }
 
 int bcm_multicast_egress_delete(int unit, bcm_multicast_t group, bcm_gport_t port,
                                 bcm_if_t encap_id) {
-  return RunCall("bcm_multicast_egress_delete",
-                 Args({Dec(unit), GroupArg(group), PortArg(port), EncapArg(encap_id)}), unit,
-                 [&](ChipModel& m) {
-                   return WithGroup(m, group, [&](GroupMembers& members) {
-                     std::pair<bcm_gport_t, bcm_if_t> member;
-                     const int rc = MemberOf(port, encap_id, member);
-                     if (rc < 0) return rc;
-                     return members.erase(member) ? static_cast<int>(BCM_E_NONE)
-                                                  : static_cast<int>(BCM_E_NOT_FOUND);
-                   });
-                 });
+  return RunCall(
+      "bcm_multicast_egress_delete",
+      [&] {
+        return Args({Dec(unit), GroupArg(group), PortArg(port), EncapArg(encap_id)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithGroup(m, group, [&](GroupMembers& members) {
+          std::pair<bcm_gport_t, bcm_if_t> member;
+          const int rc = MemberOf(port, encap_id, member);
+          if (rc < 0)
+            return rc;
+          return members.erase(member) ? static_cast<int>(BCM_E_NONE)
+                                       : static_cast<int>(BCM_E_NOT_FOUND);
+        });
+      });
 }
 
 int bcm_multicast_egress_delete_all(int unit, bcm_multicast_t group) {
-  return RunCall("bcm_multicast_egress_delete_all", Args({Dec(unit), GroupArg(group)}), unit,
-                 [&](ChipModel& m) {
-                   return WithGroup(m, group, [](GroupMembers& members) {
-                     members.clear();
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_multicast_egress_delete_all",
+      [&] {
+        return Args({Dec(unit), GroupArg(group)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithGroup(m, group, [](GroupMembers& members) {
+          members.clear();
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 }  // extern "C"

@@ -21,20 +21,23 @@ bool IsPortKey(int key) {
 // the two VLANs. Fails with the SDK's code when the arguments cannot name an entry.
 int IngressKeyOf(bcm_gport_t port, int key, bcm_vlan_t outer, bcm_vlan_t inner,
                  sim::IngressKey& entry) {
-  if (!IsPortKey(key) || outer > kMaxVlan || inner > kMaxVlan) return BCM_E_PARAM;
+  if (!IsPortKey(key) || outer > kMaxVlan || inner > kMaxVlan)
+    return BCM_E_PARAM;
   const uint32_t type = static_cast<uint32_t>(port) >> BCM_GPORT_TYPE_SHIFT;
   if (type == BCM_GPORT_TYPE_TRUNK) {
     entry = sim::IngressKey{true, port & BCM_GPORT_TRUNK_ID_MASK, key, outer, inner};
     return BCM_E_NONE;
   }
   auto resolved = sim::internal::ResolvePort(port);
-  if (!resolved) return BCM_E_PORT;
+  if (!resolved)
+    return BCM_E_PORT;
   entry = sim::IngressKey{false, *resolved, key, outer, inner};
   return BCM_E_NONE;
 }
 
 int EgressKeyOf(int portClass, bcm_vlan_t outer, bcm_vlan_t inner, sim::EgressKey& entry) {
-  if (portClass < 0 || outer > kMaxVlan || inner > kMaxVlan) return BCM_E_PARAM;
+  if (portClass < 0 || outer > kMaxVlan || inner > kMaxVlan)
+    return BCM_E_PARAM;
   entry = sim::EgressKey{portClass, outer, inner};
   return BCM_E_NONE;
 }
@@ -55,57 +58,75 @@ int DeleteEntry(std::map<Key, bcm_vlan_action_set_t>& table, const Key& key) {
 extern "C" {
 
 void bcm_vlan_action_set_t_init(bcm_vlan_action_set_t* action) {
-  if (action != nullptr) *action = bcm_vlan_action_set_t{};
+  if (action != nullptr)
+    *action = bcm_vlan_action_set_t{};
 }
 
 int bcm_vlan_translate_action_add(int unit, bcm_gport_t port, bcm_vlan_translate_key_t key_type,
                                   bcm_vlan_t outer_vlan, bcm_vlan_t inner_vlan,
                                   bcm_vlan_action_set_t* action) {
-  return RunCall("bcm_vlan_translate_action_add",
-                 Args({Dec(unit), PortArg(port), Dec(key_type), Dec(outer_vlan), Dec(inner_vlan),
-                       ActionArg(action)}),
-                 unit, [&](ChipModel& m) {
-                   sim::IngressKey key{};
-                   if (action == nullptr) return static_cast<int>(BCM_E_PARAM);
-                   const int rc = IngressKeyOf(port, key_type, outer_vlan, inner_vlan, key);
-                   return rc < 0 ? rc : AddEntry(m.ingress, key, *action);
-                 });
+  return RunCall(
+      "bcm_vlan_translate_action_add",
+      [&] {
+        return Args({Dec(unit), PortArg(port), Dec(key_type), Dec(outer_vlan), Dec(inner_vlan),
+                     ActionArg(action)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        sim::IngressKey key{};
+        if (action == nullptr)
+          return static_cast<int>(BCM_E_PARAM);
+        const int rc = IngressKeyOf(port, key_type, outer_vlan, inner_vlan, key);
+        return rc < 0 ? rc : AddEntry(m.ingress, key, *action);
+      });
 }
 
-int bcm_vlan_translate_action_delete(int unit, bcm_gport_t port,
-                                     bcm_vlan_translate_key_t key_type, bcm_vlan_t outer_vlan,
-                                     bcm_vlan_t inner_vlan) {
-  return RunCall("bcm_vlan_translate_action_delete",
-                 Args({Dec(unit), PortArg(port), Dec(key_type), Dec(outer_vlan), Dec(inner_vlan)}),
-                 unit, [&](ChipModel& m) {
-                   sim::IngressKey key{};
-                   const int rc = IngressKeyOf(port, key_type, outer_vlan, inner_vlan, key);
-                   return rc < 0 ? rc : DeleteEntry(m.ingress, key);
-                 });
+int bcm_vlan_translate_action_delete(int unit, bcm_gport_t port, bcm_vlan_translate_key_t key_type,
+                                     bcm_vlan_t outer_vlan, bcm_vlan_t inner_vlan) {
+  return RunCall(
+      "bcm_vlan_translate_action_delete",
+      [&] {
+        return Args({Dec(unit), PortArg(port), Dec(key_type), Dec(outer_vlan), Dec(inner_vlan)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        sim::IngressKey key{};
+        const int rc = IngressKeyOf(port, key_type, outer_vlan, inner_vlan, key);
+        return rc < 0 ? rc : DeleteEntry(m.ingress, key);
+      });
 }
 
 int bcm_vlan_translate_egress_action_add(int unit, int port_class, bcm_vlan_t outer_vlan,
                                          bcm_vlan_t inner_vlan, bcm_vlan_action_set_t* action) {
-  return RunCall("bcm_vlan_translate_egress_action_add",
-                 Args({Dec(unit), Dec(port_class), Dec(outer_vlan), Dec(inner_vlan),
-                       ActionArg(action)}),
-                 unit, [&](ChipModel& m) {
-                   sim::EgressKey key{};
-                   if (action == nullptr) return static_cast<int>(BCM_E_PARAM);
-                   const int rc = EgressKeyOf(port_class, outer_vlan, inner_vlan, key);
-                   return rc < 0 ? rc : AddEntry(m.egress, key, *action);
-                 });
+  return RunCall(
+      "bcm_vlan_translate_egress_action_add",
+      [&] {
+        return Args(
+            {Dec(unit), Dec(port_class), Dec(outer_vlan), Dec(inner_vlan), ActionArg(action)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        sim::EgressKey key{};
+        if (action == nullptr)
+          return static_cast<int>(BCM_E_PARAM);
+        const int rc = EgressKeyOf(port_class, outer_vlan, inner_vlan, key);
+        return rc < 0 ? rc : AddEntry(m.egress, key, *action);
+      });
 }
 
 int bcm_vlan_translate_egress_action_delete(int unit, int port_class, bcm_vlan_t outer_vlan,
                                             bcm_vlan_t inner_vlan) {
-  return RunCall("bcm_vlan_translate_egress_action_delete",
-                 Args({Dec(unit), Dec(port_class), Dec(outer_vlan), Dec(inner_vlan)}), unit,
-                 [&](ChipModel& m) {
-                   sim::EgressKey key{};
-                   const int rc = EgressKeyOf(port_class, outer_vlan, inner_vlan, key);
-                   return rc < 0 ? rc : DeleteEntry(m.egress, key);
-                 });
+  return RunCall(
+      "bcm_vlan_translate_egress_action_delete",
+      [&] {
+        return Args({Dec(unit), Dec(port_class), Dec(outer_vlan), Dec(inner_vlan)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        sim::EgressKey key{};
+        const int rc = EgressKeyOf(port_class, outer_vlan, inner_vlan, key);
+        return rc < 0 ? rc : DeleteEntry(m.egress, key);
+      });
 }
 
 }  // extern "C"

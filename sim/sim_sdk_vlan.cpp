@@ -17,7 +17,8 @@ constexpr uint32_t kSelectiveFields =
 template <typename Body>
 int WithVlan(ChipModel& model, bcm_vlan_t vlan, Body body) {
   auto it = model.vlans.find(vlan);
-  if (it == model.vlans.end()) return BCM_E_NOT_FOUND;
+  if (it == model.vlans.end())
+    return BCM_E_NOT_FOUND;
   return body(it->second);
 }
 
@@ -30,7 +31,8 @@ void CopySelected(uint32_t fields, const bcm_vlan_control_vlan_t& from,
   if (fields & BCM_VLAN_CONTROL_VLAN_BROADCAST_GROUP_MASK) {
     to.broadcast_group = from.broadcast_group;
   }
-  if (fields & BCM_VLAN_CONTROL_VLAN_PROTOCOL_PKT_MASK) to.protocol_pkt = from.protocol_pkt;
+  if (fields & BCM_VLAN_CONTROL_VLAN_PROTOCOL_PKT_MASK)
+    to.protocol_pkt = from.protocol_pkt;
 }
 
 }  // namespace
@@ -38,59 +40,88 @@ void CopySelected(uint32_t fields, const bcm_vlan_control_vlan_t& from,
 extern "C" {
 
 int bcm_vlan_gport_add(int unit, bcm_vlan_t vlan, bcm_gport_t port, int flags) {
-  return RunCall("bcm_vlan_gport_add", Args({Dec(unit), Dec(vlan), PortArg(port), Hex(flags)}),
-                 unit, [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     auto resolved = sim::internal::ResolvePort(port);
-                     if (!resolved) return static_cast<int>(BCM_E_PORT);
-                     // Adding a member again only updates its untagged flag.
-                     v.members[*resolved] = (flags & BCM_VLAN_GPORT_ADD_UNTAGGED) != 0;
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_gport_add",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), PortArg(port), Hex(flags)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          auto resolved = sim::internal::ResolvePort(port);
+          if (!resolved)
+            return static_cast<int>(BCM_E_PORT);
+          // Adding a member again only updates its untagged flag.
+          v.members[*resolved] = (flags & BCM_VLAN_GPORT_ADD_UNTAGGED) != 0;
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 int bcm_vlan_gport_delete(int unit, bcm_vlan_t vlan, bcm_gport_t port) {
-  return RunCall("bcm_vlan_gport_delete", Args({Dec(unit), Dec(vlan), PortArg(port)}), unit,
-                 [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     auto resolved = sim::internal::ResolvePort(port);
-                     if (!resolved) return static_cast<int>(BCM_E_PORT);
-                     return v.members.erase(*resolved) ? static_cast<int>(BCM_E_NONE)
-                                                       : static_cast<int>(BCM_E_NOT_FOUND);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_gport_delete",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), PortArg(port)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          auto resolved = sim::internal::ResolvePort(port);
+          if (!resolved)
+            return static_cast<int>(BCM_E_PORT);
+          return v.members.erase(*resolved) ? static_cast<int>(BCM_E_NONE)
+                                            : static_cast<int>(BCM_E_NOT_FOUND);
+        });
+      });
 }
 
 int bcm_vlan_gport_delete_all(int unit, bcm_vlan_t vlan) {
-  return RunCall("bcm_vlan_gport_delete_all", Args({Dec(unit), Dec(vlan)}), unit,
-                 [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [](sim::VlanState& v) {
-                     v.members.clear();
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_gport_delete_all",
+      [&] {
+        return Args({Dec(unit), Dec(vlan)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [](sim::VlanState& v) {
+          v.members.clear();
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 int bcm_vlan_gport_get(int unit, bcm_vlan_t vlan, bcm_gport_t port, int* flags) {
-  return RunCall("bcm_vlan_gport_get", Args({Dec(unit), Dec(vlan), PortArg(port)}), unit,
-                 [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     auto resolved = sim::internal::ResolvePort(port);
-                     if (!resolved) return static_cast<int>(BCM_E_PORT);
-                     if (flags == nullptr) return static_cast<int>(BCM_E_PARAM);
-                     auto member = v.members.find(*resolved);
-                     if (member == v.members.end()) return static_cast<int>(BCM_E_NOT_FOUND);
-                     *flags = member->second ? BCM_VLAN_GPORT_ADD_UNTAGGED : 0;
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_gport_get",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), PortArg(port)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          auto resolved = sim::internal::ResolvePort(port);
+          if (!resolved)
+            return static_cast<int>(BCM_E_PORT);
+          if (flags == nullptr)
+            return static_cast<int>(BCM_E_PARAM);
+          auto member = v.members.find(*resolved);
+          if (member == v.members.end())
+            return static_cast<int>(BCM_E_NOT_FOUND);
+          *flags = member->second ? BCM_VLAN_GPORT_ADD_UNTAGGED : 0;
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 int bcm_vlan_gport_get_all(int unit, bcm_vlan_t vlan, int array_max, bcm_gport_t* gport_array,
                            int* flags_array, int* array_size) {
   return RunCall(
-      "bcm_vlan_gport_get_all", Args({Dec(unit), Dec(vlan), Dec(array_max)}), unit,
+      "bcm_vlan_gport_get_all",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), Dec(array_max)});
+      },
+      unit,
       [&](ChipModel& m) {
         return WithVlan(m, vlan, [&](sim::VlanState& v) {
           if (array_max < 0 || gport_array == nullptr || flags_array == nullptr ||
@@ -99,7 +130,8 @@ int bcm_vlan_gport_get_all(int unit, bcm_vlan_t vlan, int array_max, bcm_gport_t
           }
           int count = 0;
           for (const auto& [port, untagged] : v.members) {
-            if (count == array_max) break;
+            if (count == array_max)
+              break;
             gport_array[count] = ReportedGport(m, port);
             flags_array[count] = untagged ? BCM_VLAN_GPORT_ADD_UNTAGGED : 0;
             ++count;
@@ -111,59 +143,79 @@ int bcm_vlan_gport_get_all(int unit, bcm_vlan_t vlan, int array_max, bcm_gport_t
 }
 
 void bcm_vlan_control_vlan_t_init(bcm_vlan_control_vlan_t* control) {
-  if (control != nullptr) *control = bcm_vlan_control_vlan_t{};
+  if (control != nullptr)
+    *control = bcm_vlan_control_vlan_t{};
 }
 
 int bcm_vlan_control_vlan_get(int unit, bcm_vlan_t vlan, bcm_vlan_control_vlan_t* control) {
-  return RunCall("bcm_vlan_control_vlan_get", Args({Dec(unit), Dec(vlan)}), unit,
-                 [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     if (control == nullptr) return static_cast<int>(BCM_E_PARAM);
-                     *control = v.control;
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_control_vlan_get",
+      [&] {
+        return Args({Dec(unit), Dec(vlan)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          if (control == nullptr)
+            return static_cast<int>(BCM_E_PARAM);
+          *control = v.control;
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 int bcm_vlan_control_vlan_set(int unit, bcm_vlan_t vlan, bcm_vlan_control_vlan_t control) {
-  return RunCall("bcm_vlan_control_vlan_set",
-                 Args({Dec(unit), Dec(vlan), sim::internal::ControlArg(control)}), unit,
-                 [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     v.control = control;
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_control_vlan_set",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), sim::internal::ControlArg(control)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          v.control = control;
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 int bcm_vlan_control_vlan_selective_get(int unit, bcm_vlan_t vlan, uint32_t valid_fields,
                                         bcm_vlan_control_vlan_t* control) {
-  return RunCall("bcm_vlan_control_vlan_selective_get",
-                 Args({Dec(unit), Dec(vlan), Hex(valid_fields)}), unit, [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     if ((valid_fields & ~kSelectiveFields) != 0 || control == nullptr) {
-                       return static_cast<int>(BCM_E_PARAM);
-                     }
-                     CopySelected(valid_fields, v.control, *control);
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_control_vlan_selective_get",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), Hex(valid_fields)});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          if ((valid_fields & ~kSelectiveFields) != 0 || control == nullptr) {
+            return static_cast<int>(BCM_E_PARAM);
+          }
+          CopySelected(valid_fields, v.control, *control);
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 int bcm_vlan_control_vlan_selective_set(int unit, bcm_vlan_t vlan, uint32_t valid_fields,
                                         bcm_vlan_control_vlan_t* control) {
-  const std::string record = control ? sim::internal::ControlArg(*control) : "null";
-  return RunCall("bcm_vlan_control_vlan_selective_set",
-                 Args({Dec(unit), Dec(vlan), Hex(valid_fields), record}), unit,
-                 [&](ChipModel& m) {
-                   return WithVlan(m, vlan, [&](sim::VlanState& v) {
-                     if ((valid_fields & ~kSelectiveFields) != 0 || control == nullptr) {
-                       return static_cast<int>(BCM_E_PARAM);
-                     }
-                     CopySelected(valid_fields, *control, v.control);
-                     return static_cast<int>(BCM_E_NONE);
-                   });
-                 });
+  return RunCall(
+      "bcm_vlan_control_vlan_selective_set",
+      [&] {
+        return Args({Dec(unit), Dec(vlan), Hex(valid_fields),
+                     control ? sim::internal::ControlArg(*control) : std::string("null")});
+      },
+      unit,
+      [&](ChipModel& m) {
+        return WithVlan(m, vlan, [&](sim::VlanState& v) {
+          if ((valid_fields & ~kSelectiveFields) != 0 || control == nullptr) {
+            return static_cast<int>(BCM_E_PARAM);
+          }
+          CopySelected(valid_fields, *control, v.control);
+          return static_cast<int>(BCM_E_NONE);
+        });
+      });
 }
 
 }  // extern "C"

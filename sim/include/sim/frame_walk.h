@@ -38,10 +38,10 @@ struct WalkStep {
 
 struct FrameWalk {
   bool dropped = false;
-  std::string dropStage;           // the stage that dropped the frame
+  std::string dropStage;  // the stage that dropped the frame
   std::string dropReason;
-  std::vector<FrameCopy> copies;   // one per egress port, in port order
-  std::vector<WalkStep> steps;     // every stage in order
+  std::vector<FrameCopy> copies;  // one per egress port, in port order
+  std::vector<WalkStep> steps;    // every stage in order
 };
 
 // What the chip does with a broadcast frame received on ingressPort.

@@ -23,8 +23,7 @@ class LagOrchestratorSim : public halswitchl2if::LagOrchestrator {
   };
 
   // Refuses (returns false, keeps the first) a second client under the same priority and name.
-  bool RegisterClient(unsigned int priority, const std::string& name,
-                      Callback&& callback) override;
+  bool RegisterClient(unsigned int priority, const std::string& name, Callback&& callback) override;
 
   // Registered clients in the order events reach them.
   std::vector<std::pair<unsigned int, std::string>> Clients() const;

@@ -22,8 +22,9 @@ namespace sim {
 // Resets the chip, the common tables, the log, the assertion record and the fault plan.
 void Reset();
 
-// ---- Identifiers ---------------------------------------------------------------------------------
-// Layout of the simulated identifier library: byte 0 is the kind, bytes 1-3 its coordinates.
+// ---- Identifiers
+// --------------------------------------------------------------------------------- Layout of the
+// simulated identifier library: byte 0 is the kind, bytes 1-3 its coordinates.
 //   ethernet port: kind 1, byte 1 slot, bytes 2-3 port (big-endian)   "eth<slot>/<port>"
 //   LAG:           kind 2, bytes 2-3 LAG number                       "lag<n>"
 //   bridge domain: kind 3, bytes 2-3 VLAN number                      "vlan<n>"
@@ -42,7 +43,8 @@ int LocalGport(int port);
 int ModuleGport(int module, int port);
 int TrunkGport(int trunkId);
 
-// ---- Common chip library tables -------------------------------------------------------------------
+// ---- Common chip library tables
+// -------------------------------------------------------------------
 class Common {
  public:
   // The unit the chip answers to and HalBcmCommon reports (default 0).
@@ -63,10 +65,11 @@ class Common {
 };
 Common& common();
 
-// ---- HAL callbacks: the in-memory log ---------------------------------------------------------------
+// ---- HAL callbacks: the in-memory log
+// ---------------------------------------------------------------
 struct LogRecord {
-  bool isError;    // error(rc, ...) rather than log(level, ...)
-  int levelOrCode; // the level of log(), the code of error()
+  bool isError;     // error(rc, ...) rather than log(level, ...)
+  int levelOrCode;  // the level of log(), the code of error()
   std::string text;
 };
 
@@ -85,7 +88,8 @@ class HalLog {
 };
 HalLog& halLog();
 
-// ---- SDK assertion ------------------------------------------------------------------------------------
+// ---- SDK assertion
+// ------------------------------------------------------------------------------------
 struct AssertRecord {
   std::string expression;
   std::string file;
@@ -95,7 +99,8 @@ const std::vector<AssertRecord>& Assertions();
 // When set, _sal_assert aborts the process after recording; by default it returns.
 void SetAbortOnAssert(bool abort);
 
-// ---- The chip ------------------------------------------------------------------------------------------
+// ---- The chip
+// ------------------------------------------------------------------------------------------
 struct PortState {
   uint16_t outerTpid = 0x8100;
   uint16_t innerTpid = 0x9100;
@@ -189,6 +194,15 @@ class Chip {
   // The calls of one function only.
   std::vector<std::string> TraceTexts(const std::string& function) const;
   void ClearTrace();
+  // Whether calls are recorded in the trace (on by default; large benchmarks turn it off).
+  void SetTracing(bool tracing);
+
+  // -- cost measurement --
+  // Every SDK call made since the last reset, traced or not, null chip or not.
+  uint64_t CallCount() const;
+  // The null chip answers every call with success at once, modelling nothing and tracing
+  // nothing, so that a benchmark measures the library alone.
+  void SetNullChip(bool null);
 };
 Chip& chip();
 
