@@ -212,6 +212,9 @@ class Walker {
   void ApplyIngressAction(const bcm_vlan_action_set_t& a) {
     const bool outer = packet_.outer.has_value();
     const bool inner = packet_.inner.has_value();
+    // Copy actions read the tags as the frame arrived, whatever the other actions do to them.
+    const std::optional<FrameTag> arrivedOuter = packet_.outer;
+    const std::optional<FrameTag> arrivedInner = packet_.inner;
     bcm_vlan_action_t outerTag = bcmVlanActionNone, innerTag = bcmVlanActionNone;
     bcm_vlan_action_t outerPrio = bcmVlanActionNone, innerPrio = bcmVlanActionNone;
     if (outer && inner) {
@@ -224,20 +227,20 @@ class Walker {
       outerPrio = a.it_outer_pkt_prio, innerPrio = a.it_inner_pkt_prio;
     }
     std::optional<FrameTag> pushedOut;
-    ApplyTagAction(innerTag, packet_.inner, pushedOut, a.new_inner_vlan, packet_.outer,
+    ApplyTagAction(innerTag, packet_.inner, pushedOut, a.new_inner_vlan, arrivedOuter,
                    portState_.innerTpid);
     if (pushedOut)
       packet_.payload.insert(packet_.payload.begin(), *pushedOut);
     std::optional<FrameTag> formerOuter;
-    ApplyTagAction(outerTag, packet_.outer, formerOuter, a.new_outer_vlan, packet_.inner,
+    ApplyTagAction(outerTag, packet_.outer, formerOuter, a.new_outer_vlan, arrivedInner,
                    portState_.outerTpid);
     if (formerOuter) {
       if (packet_.inner)
         packet_.payload.insert(packet_.payload.begin(), *packet_.inner);
       packet_.inner = formerOuter;
     }
-    ApplyPriorityAction(outerPrio, packet_.outer, a.priority, packet_.inner);
-    ApplyPriorityAction(innerPrio, packet_.inner, a.new_inner_pkt_prio, packet_.outer);
+    ApplyPriorityAction(outerPrio, packet_.outer, a.priority, arrivedInner);
+    ApplyPriorityAction(innerPrio, packet_.inner, a.new_inner_pkt_prio, arrivedOuter);
     if (a.outer_tpid_action == bcmVlanTpidActionModify && packet_.outer) {
       packet_.outer->tpid = a.outer_tpid;
       packet_.outerTpidFixed = true;
@@ -328,7 +331,8 @@ class Walker {
       walk_.dropReason = "no egress port";
       return;
     }
-    Step("flood", note + ", " + std::to_string(targets.size()) + " copies");
+    Step("flood", note + ", " + std::to_string(targets.size()) +
+                         (targets.size() == 1 ? " copy" : " copies"));
     for (const auto& [port, untagged] : targets) {
       walk_.copies.push_back(FrameCopy{port, Egress(port, untagged)});
     }

@@ -65,7 +65,7 @@ TEST_F(SimChipTest, PortSettersRefuseValuesOutsideTheirRange) {
   EXPECT_EQ(port.untaggedPriority, 0);
   EXPECT_EQ(port.dtagMode, 0);
   EXPECT_EQ(port.discardMode, 0);
-  EXPECT_EQ(port.keyFirst, 0);
+  EXPECT_EQ(port.keyFirst, bcmVlanTranslateKeyPortDouble);
 }
 
 TEST_F(SimChipTest, PortStateHoldsWhatWasWritten) {

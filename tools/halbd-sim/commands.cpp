@@ -56,7 +56,7 @@ const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (auto area : {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands,
-                      ShellCommands}) {
+                      FrameCommands, ShellCommands}) {
       for (Command& command : area())
         all.push_back(std::move(command));
     }
@@ -98,7 +98,8 @@ void PrintHelp(std::ostream& out) {
   }
   out << "NAMES: eth<slot>/<port>, lag<n>, vlan<n>; numbers decimal or 0x hex; '#' starts a "
          "comment\n"
-      << kRuleSyntaxHelp << '\n';
+      << kRuleSyntaxHelp << '\n'
+      << kFrameSyntaxHelp << '\n';
 }
 
 Action Operation(std::function<Session::Outcome(Session&)> operation) {

@@ -30,6 +30,10 @@ std::vector<Command> PortCommands();    // the bridge-port service
 std::vector<Command> DomainCommands();  // the bridge-domain service
 std::vector<Command> EventCommands();   // LAG events and VLAN orchestrator clients
 std::vector<Command> ShowCommands();    // the chip's state as tables
+std::vector<Command> FrameCommands();   // where the chip sends a frame
+
+// How the frame command takes its frame, for help.
+extern const char* const kFrameSyntaxHelp;
 
 // Every command, in the order help lists them.
 const std::vector<Command>& AllCommands();

@@ -83,7 +83,76 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"vlan 4096", "vlan out of range (0 to 4095): 4096"},
         BadLine{"show",
                 "show needs one of: ports, vlans, ingress, egress, lags, member-table, "
-                "trace"}));
+                "trace"},
+        BadLine{"frame vlan10", "port must be a port: vlan10"},
+        BadLine{"frame eth1/1 tagged", "frame must be untagged or tag TPID VLAN PCP: 'tagged'"},
+        BadLine{"frame eth1/1 tag 0x8100 10", "missing pcp"},
+        BadLine{"frame eth1/1 tag 0x8100 10 8", "pcp out of range (0 to 7): 8"},
+        BadLine{"frame eth1/1 tag 0x8100 4096 0", "vlan out of range (0 to 4095): 4096"},
+        BadLine{"frame eth1/1 tag 0x10000 10 0", "tpid out of range (0 to 65535): 0x10000"},
+        BadLine{"frame eth1/1 tag 0x88a8 10 0 tag 0x8100 20 0 tag 0x8100 30 0",
+                "a frame carries at most two tags"},
+        BadLine{"frame eth1/1 untagged tag 0x8100 10 0", "unexpected argument 'tag'"},
+        BadLine{"frame eth1/1 --trace untagged", "unexpected argument 'untagged'"}));
+
+TEST_F(RunnerTest, FrameNeedsAPortOfThisChipInThePortTable) {
+  const int status =
+      Run("port eth1/5 none\nport eth1/6 module 3 6\nframe eth1/5\nframe eth1/6\n", true);
+
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err_.str(),
+            "test.scn:3: eth1/5 is not in the port table: no chip port receives for it\n"
+            "test.scn:4: eth1/6 is gport 0x8001806, not a port of this chip\n");
+}
+
+// eth1/1 is an access port of VLAN 10, eth1/2 and eth1/3 carry it tagged.
+const std::string kAccessVlan = kPrelude +
+                                "port eth1/2 local 2\nport eth1/3 local 3\n"
+                                "addMember vlan10 eth1/1 untagged\nSetNativeVlan eth1/1 10\n"
+                                "addMember vlan10 eth1/2 tagged\naddMember vlan10 eth1/3 tagged\n";
+
+TEST_F(RunnerTest, FramePrintsEachCopyByItsPortNameAndMakesNoChipCall) {
+  Run(kAccessVlan + "show trace\nframe eth1/1\nframe eth1/2 tag 0x8100 10 3 tag 0x88a8 7 0\n" +
+      "show trace\n");
+
+  EXPECT_NE(out_.str().find("> frame eth1/1\n"
+                            "  to eth1/2: [0x8100 10 p0]\n"
+                            "  to eth1/3: [0x8100 10 p0]\n"
+                            "> frame eth1/2 tag 0x8100 10 3 tag 0x88a8 7 0\n"
+                            "  to eth1/1: [0x88a8 7 p0]\n"
+                            "  to eth1/3: [0x8100 10 p3][0x88a8 7 p0]\n"
+                            "> show trace\n"),
+            std::string::npos)
+      << out_.str();
+}
+
+TEST_F(RunnerTest, FrameTraceNamesEachStageThenGivesTheOutcome) {
+  Run(kAccessVlan + "SetTpid eth1/3 0x88a8\nframe eth1/1 untagged --trace\n" +
+      "frame eth1/1 tag 0x8100 20 0 --trace\n");
+
+  EXPECT_NE(out_.str().find("> frame eth1/1 untagged --trace\n"
+                            "  tags: no VLAN tag\n"
+                            "  discard: admitted\n"
+                            "  ingress-xlate: no lookup\n"
+                            "  vlan: native VLAN 10 priority 0\n"
+                            "  ingress-filter: member of VLAN 10\n"
+                            "  flood: broadcast group 0x100000a, 2 copies\n"
+                            "  egress eth1/2: tagged member, egress class 2 miss -> "
+                            "[0x8100 10 p0]\n"
+                            "  egress eth1/3: tagged member, egress class 3 miss -> "
+                            "[0x88a8 10 p0]\n"
+                            "  to eth1/2: [0x8100 10 p0]\n"
+                            "  to eth1/3: [0x88a8 10 p0]\n"
+                            "> frame eth1/1 tag 0x8100 20 0 --trace\n"
+                            "  tags: outer [0x8100 20 p0]\n"
+                            "  discard: admitted\n"
+                            "  ingress-xlate: key 8 (20, 0) miss\n"
+                            "  vlan: VLAN 20 from the outer tag\n"
+                            "  ingress-filter: drop: VLAN 20 does not exist\n"
+                            "  dropped at ingress-filter: VLAN 20 does not exist\n"),
+            std::string::npos)
+      << out_.str();
+}
 
 TEST_F(RunnerTest, InteractiveRunReportsAMistakeAndGoesOnWithoutEcho) {
   const int status = Run("port eth1/1 local 1\nbogus\nSetTpid eth1/1 0x88a8\n", true);

@@ -109,8 +109,9 @@ struct PortState {
   int dtagMode = BCM_PORT_DTAG_MODE_NONE;
   int discardMode = BCM_PORT_DISCARD_NONE;
   uint32_t egressClass = 0;  // reset to the port's own number
-  int keyFirst = bcmVlanTranslateKeyInvalid;
-  int keySecond = bcmVlanTranslateKeyInvalid;
+  // A port boots with the single-tag lookup keys: port+double first, port+outer second.
+  int keyFirst = bcmVlanTranslateKeyPortDouble;
+  int keySecond = bcmVlanTranslateKeyPortOuter;
 };
 
 struct VlanState {
