@@ -1,263 +1,224 @@
-// Adding and removing members: the service's books, the shared VLAN member table, the chip and
-// the VLAN orchestrator's clients kept in step.
-#include <map>
-#include <set>
-#include <string>
-#include <vector>
-
-#include "bridge_domain_inspector.h"
-#include "sim_test.h"
+// Adding and removing members: the service's books, the shared VLAN member table, the chip and the
+// VLAN clients kept in step. Then the LAG events, after which a port in a LAG is a member of
+// exactly the LAG's VLANs on the chip.
+#include "service_fixtures.h"
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::Pair;
-using BookEntry = std::map<limid_t, bool>;
-using GroupSet = std::set<std::pair<bcm_gport_t, bcm_if_t>>;
+using BridgeDomainMembership = BridgeDomainTest;
 
-limid_t Eth(unsigned port) {
-  return sim::EthernetPort(1, port);
-}
-const limid_t kVlan10 = sim::BridgeDomain(10);
-const limid_t kLag = sim::Lag(1);
-
-GroupSet GroupOf(std::initializer_list<int> ports) {
-  GroupSet members;
-  for (int port : ports)
-    members.emplace(sim::LocalGport(port), sim::Chip::EncapOf(port));
-  return members;
-}
-
-class BridgeDomainMembershipTest : public SimTest {
- protected:
-  void SetUp() override {
-    SimTest::SetUp();
-    group10 = sim::chip().CreateVlan(10);
-    for (unsigned port = 1; port <= 3; ++port)
-      sim::common().AddPort(Eth(port), sim::LocalGport(port));
-    sim::common().AddPort(Eth(40), sim::ModuleGport(3, 40));  // a port of another chip
-    sim::common().AddLag(kLag, 1);
-    sim::common().ListLagMember(kLag, Eth(1));
-    sim::common().ListLagMember(kLag, Eth(2));
-    // Records every notification, and for removals whether the chip was already changed.
-    service->GetVlanOrchestrator()->RegisterClient(
-        10, "observer",
-        {[this](const unsigned short& vlan, const limid_t& intf, bool tagged) {
-           notes.push_back("add " + std::to_string(vlan) + " " + sim::NameOf(intf) +
-                           (tagged ? " tagged" : " untagged"));
-           return true;
-         },
-         [this](const unsigned short& vlan, const limid_t& intf) {
-           notes.push_back("remove " + std::to_string(vlan) + " " + sim::NameOf(intf) + " after " +
-                           std::to_string(ChipRemovals()) + " chip removals");
-           return true;
-         }});
-  }
-
-  static size_t ChipRemovals() {
-    return Trace("bcm_multicast_egress_delete").size() + Trace("bcm_vlan_gport_delete").size();
-  }
-  std::map<int, bool> ChipMembers(bcm_vlan_t vlan) { return sim::chip().Vlan(vlan).members; }
-
-  HalBcmBridgeDomain* service = HalBcmBridgeDomain::getInstance();
-  HalBcmBridgeDomainInspector books{*service};
-  VlanMemberTable& table = sim::common().VlanMembers();
-  bcm_multicast_t group10 = 0;
-  std::vector<std::string> notes;
-};
-
-class AddPortTest : public BridgeDomainMembershipTest,
-                    public ::testing::WithParamInterface<bool> {};
-
-TEST_P(AddPortTest, JoinsReplicationGroupThenVlanAndIsRecordedEverywhere) {
-  const bool tagged = GetParam();
-  ASSERT_EQ(service->addMember(kVlan10, Eth(3), tagged, 77), 0);
-
+// Clients hear of an addition after the chip changed, of a removal before; a removal is announced
+// even for an unknown port. The record and the table's entry stay, empty.
+TEST_F(BridgeDomainMembership, PortJoinsReplicationGroupThenVlanAndLeavesAfterClientsAreTold) {
+  ASSERT_EQ(service->addMember(kVlan10, Eth(3), false, 77), 0);
   EXPECT_THAT(Trace(), ElementsAre("bcm_vlan_control_vlan_selective_get(0, 10, 0x2000) = 0",
                                    "bcm_multicast_l2_encap_get(0, 0x100000a, 0x4000003, 0) = 0",
                                    "bcm_multicast_egress_add(0, 0x100000a, 0x4000003, 0x8003) = 0",
-                                   std::string("bcm_vlan_gport_add(0, 10, 0x4000003, ") +
-                                       (tagged ? "0x0" : "0x1") + ") = 0"));
-  EXPECT_EQ(ChipMembers(10), (std::map<int, bool>{{3, !tagged}}));
-  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({3}));
-  EXPECT_FALSE(books.intfInfo().at(Eth(3)).inLAG);
-  EXPECT_EQ(books.intfInfo().at(Eth(3)).bridgeDomains, (BookEntry{{kVlan10, tagged}}));
-  EXPECT_EQ(table.at(10), (BookEntry{{Eth(3), tagged}}));
-  EXPECT_THAT(notes, ElementsAre(tagged ? "add 10 eth1/3 tagged" : "add 10 eth1/3 untagged"));
+                                   "bcm_vlan_gport_add(0, 10, 0x4000003, 0x1) = 0"));
+  ASSERT_EQ(service->addMember(kVlan10, Eth(4), true, 0), 0);
+  EXPECT_EQ(Members(10), (std::map<int, bool>{{3, true}, {4, false}}));
+  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({3, 4}));
+  EXPECT_FALSE(Books().intfInfo().at(Eth(3)).inLAG);
+  EXPECT_EQ(Books().intfInfo().at(Eth(3)).bridgeDomains, (BookEntry{{kVlan10, false}}));
+  EXPECT_EQ(Books().intfInfo().at(Eth(4)).bridgeDomains, (BookEntry{{kVlan10, true}}));
+  EXPECT_EQ(table.at(10), (BookEntry{{Eth(3), false}, {Eth(4), true}}));
+  ClearRecords();
+
+  ASSERT_EQ(service->delMember(kVlan10, Eth(3)), 0);
+  EXPECT_EQ(service->delMember(kVlan10, Eth(9)), -1);
+  EXPECT_THAT(Trace(),
+              ElementsAre("bcm_vlan_control_vlan_selective_get(0, 10, 0x2000) = 0",
+                          "bcm_multicast_l2_encap_get(0, 0x100000a, 0x4000003, 0) = 0",
+                          "bcm_multicast_egress_delete(0, 0x100000a, 0x4000003, 0x8003) = 0",
+                          "bcm_vlan_gport_delete(0, 10, 0x4000003) = 0"));
+  EXPECT_THAT(LogLines(), ElementsAre("log(3): HAL ID not found: eth1/9."));
+  EXPECT_THAT(notes, ElementsAre("add 10 eth1/3 untagged", "add 10 eth1/4 tagged",
+                                 "remove 10 eth1/3 after 0 chip removals",
+                                 "remove 10 eth1/9 after 2 chip removals"));
+  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({4}));
+  EXPECT_THAT(Books().intfInfo().at(Eth(3)).bridgeDomains, IsEmpty());
+  EXPECT_EQ(table.at(10), (BookEntry{{Eth(4), true}}));
 }
 
-INSTANTIATE_TEST_SUITE_P(TaggedAndUntagged, AddPortTest, ::testing::Bool());
-
-TEST_F(BridgeDomainMembershipTest, AddLagProgramsEveryMemberAndRecordsTheLagOnly) {
-  ASSERT_EQ(service->addMember(kVlan10, kLag, true, 0), 0);
-
-  EXPECT_EQ(ChipMembers(10), (std::map<int, bool>{{1, false}, {2, false}}));
-  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({1, 2}));
-  EXPECT_EQ(books.lagMembership().at(kLag), (BookEntry{{kVlan10, true}}));
-  EXPECT_THAT(books.intfInfo(), IsEmpty());
-  EXPECT_EQ(table.at(10), (BookEntry{{kLag, true}}));
-  EXPECT_THAT(notes, ElementsAre("add 10 lag1 tagged"));
-}
-
-TEST_F(BridgeDomainMembershipTest, PortOfAnotherChipIsKeptInTheBooksOnly) {
-  ASSERT_EQ(service->addMember(kVlan10, Eth(40), false, 0), 0);
-  ASSERT_EQ(service->delMember(sim::BridgeDomain(30), Eth(40)), 0);
+TEST_F(BridgeDomainMembership, PortOfAnotherChipIsKeptInTheBooksOnly) {
+  ASSERT_EQ(service->addMember(kVlan10, Eth(8), false, 0), 0);
+  ASSERT_EQ(service->delMember(sim::BridgeDomain(30), Eth(8)), 0);
 
   EXPECT_THAT(Trace(), IsEmpty());
-  EXPECT_EQ(books.intfInfo().at(Eth(40)).bridgeDomains, (BookEntry{{kVlan10, false}}));
+  EXPECT_EQ(Books().intfInfo().at(Eth(8)).bridgeDomains, (BookEntry{{kVlan10, false}}));
   // A removal from a VLAN never used leaves an empty entry behind.
-  EXPECT_THAT(table, ElementsAre(Pair(10, BookEntry{{Eth(40), false}}), Pair(30, IsEmpty())));
+  EXPECT_THAT(table, ElementsAre(Pair(10, BookEntry{{Eth(8), false}}), Pair(30, IsEmpty())));
   EXPECT_THAT(notes,
-              ElementsAre("add 10 eth1/40 untagged", "remove 30 eth1/40 after 0 chip removals"));
+              ElementsAre("add 10 eth1/8 untagged", "remove 30 eth1/8 after 0 chip removals"));
 }
 
-TEST_F(BridgeDomainMembershipTest, RepeatedAddKeepsFirstFlagInBooksAndLastInSharedTable) {
-  sim::chip().CreateVlan(20, false);  // no replication group, so the chip accepts a second add
-  const limid_t vlan20 = sim::BridgeDomain(20);
-  ASSERT_EQ(service->addMember(vlan20, Eth(1), false, 0), 0);
-  ASSERT_EQ(service->addMember(vlan20, Eth(1), true, 0), 0);
+TEST_F(BridgeDomainMembership, RepeatedAddKeepsFirstFlagInBooksAndLastInSharedTable) {
+  sim::chip().CreateVlan(30, false);  // no replication group, so the chip accepts a second add
+  ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(1), false, 0), 0);
+  ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(1), true, 0), 0);
 
-  EXPECT_THAT(Trace("bcm_vlan_gport_add"),
-              ElementsAre("bcm_vlan_gport_add(0, 20, 0x4000001, 0x1) = 0",
-                          "bcm_vlan_gport_add(0, 20, 0x4000001, 0x0) = 0"));
-  EXPECT_THAT(Trace("bcm_multicast_l2_encap_get"), IsEmpty());
-  EXPECT_EQ(ChipMembers(20), (std::map<int, bool>{{1, false}}));
-  EXPECT_EQ(books.intfInfo().at(Eth(1)).bridgeDomains, (BookEntry{{vlan20, false}}));
-  EXPECT_EQ(table.at(20), (BookEntry{{Eth(1), true}}));
+  EXPECT_THAT(Trace(), ElementsAre("bcm_vlan_control_vlan_selective_get(0, 30, 0x2000) = 0",
+                                   "bcm_vlan_gport_add(0, 30, 0x4000001, 0x1) = 0",
+                                   "bcm_vlan_control_vlan_selective_get(0, 30, 0x2000) = 0",
+                                   "bcm_vlan_gport_add(0, 30, 0x4000001, 0x0) = 0"));
+  EXPECT_EQ(Books().intfInfo().at(Eth(1)).bridgeDomains,
+            (BookEntry{{sim::BridgeDomain(30), false}}));
+  EXPECT_EQ(table.at(30), (BookEntry{{Eth(1), true}}));
 }
 
-TEST_F(BridgeDomainMembershipTest, FailedPortAddLeavesBooksTableAndClientsUntouched) {
+// Nothing is rolled back: ports programmed before the failure stay on the chip. The books, the
+// shared table and the clients learn of complete successes only.
+TEST_F(BridgeDomainMembership, FailedAddIsRecordedNowhereButLeavesTheChipHalfDone) {
   EXPECT_EQ(service->addMember(kVlan10, Eth(9), true, 0), -1);
   sim::chip().FailNext("bcm_vlan_gport_add", 1, BCM_E_FULL);
   EXPECT_EQ(service->addMember(kVlan10, Eth(1), true, 0), -1);
+  // A LAG goes on past a chip failure and an unknown member.
+  ListMembers({2, 3, 9});
+  sim::chip().FailNext("bcm_vlan_gport_add", 1, BCM_E_INTERNAL);
+  EXPECT_EQ(service->addMember(kVlan20, kLag, false, 0), -1);
 
   EXPECT_THAT(LogLines(),
               ElementsAre("log(3): HAL ID not found: eth1/9.",
-                          "log(3): Error adding gport 0x04000001 to VLAN 10: Table full."));
-  // The record of the port that was found stays, without the VLAN; the chip is half-done.
-  EXPECT_EQ(books.intfInfo().count(Eth(9)), 0u);
-  EXPECT_THAT(books.intfInfo().at(Eth(1)).bridgeDomains, IsEmpty());
-  EXPECT_THAT(ChipMembers(10), IsEmpty());
+                          "log(3): Error adding gport 0x04000001 to VLAN 10: Table full.",
+                          "log(3): Error adding gport 0x04000002 to VLAN 20: Internal "
+                          "error.",
+                          "log(3): HAL ID not found: eth1/9."));
   EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({1}));
+  EXPECT_THAT(Members(10), IsEmpty());
+  EXPECT_EQ(sim::chip().GroupMembers(group20), GroupOf({2, 3}));
+  EXPECT_EQ(Members(20), (std::map<int, bool>{{3, true}}));
+  // The record of the port that was found stays, without the VLAN.
+  EXPECT_EQ(Books().intfInfo().count(Eth(9)), 0u);
+  EXPECT_THAT(Books().intfInfo().at(Eth(1)).bridgeDomains, IsEmpty());
+  EXPECT_THAT(Books().lagMembership(), IsEmpty());
   EXPECT_THAT(table, IsEmpty());
   EXPECT_THAT(notes, IsEmpty());
 }
 
-TEST_F(BridgeDomainMembershipTest, LagAddWithUnknownMemberFailsButKeepsProgrammedMembers) {
-  sim::common().ListLagMember(kLag, Eth(9));
-  EXPECT_EQ(service->addMember(kVlan10, kLag, false, 0), -1);
-
-  EXPECT_THAT(LogLines(), ElementsAre("log(3): HAL ID not found: eth1/9."));
-  EXPECT_EQ(ChipMembers(10), (std::map<int, bool>{{1, true}, {2, true}}));
-  EXPECT_THAT(books.lagMembership(), IsEmpty());
-  EXPECT_THAT(table, IsEmpty());
-  EXPECT_THAT(notes, IsEmpty());
-}
-
-TEST_F(BridgeDomainMembershipTest, LagAddGoesOnPastAChipFailure) {
-  sim::chip().FailNth("bcm_vlan_gport_add", 1, BCM_E_INTERNAL);
-  EXPECT_EQ(service->addMember(kVlan10, kLag, true, 0), -1);
-
-  EXPECT_THAT(LogLines(),
-              ElementsAre("log(3): Error adding gport 0x04000001 to VLAN 10: Internal error."));
-  EXPECT_EQ(ChipMembers(10), (std::map<int, bool>{{2, false}}));
-  EXPECT_THAT(books.lagMembership(), IsEmpty());
-}
-
-TEST_F(BridgeDomainMembershipTest, RemovedPortLeavesChipAfterClientsAreTold) {
-  ASSERT_EQ(service->addMember(kVlan10, Eth(1), false, 0), 0);
-  ClearRecords();
-  ASSERT_EQ(service->delMember(kVlan10, Eth(1)), 0);
-
-  EXPECT_THAT(notes.back(), "remove 10 eth1/1 after 0 chip removals");
-  EXPECT_THAT(Trace(),
-              ElementsAre("bcm_vlan_control_vlan_selective_get(0, 10, 0x2000) = 0",
-                          "bcm_multicast_l2_encap_get(0, 0x100000a, 0x4000001, 0) = 0",
-                          "bcm_multicast_egress_delete(0, 0x100000a, 0x4000001, 0x8001) = 0",
-                          "bcm_vlan_gport_delete(0, 10, 0x4000001) = 0"));
-  EXPECT_THAT(ChipMembers(10), IsEmpty());
-  EXPECT_THAT(sim::chip().GroupMembers(group10), IsEmpty());
-  // The record stays, empty; so does the VLAN's entry in the shared table.
-  EXPECT_THAT(books.intfInfo().at(Eth(1)).bridgeDomains, IsEmpty());
-  EXPECT_THAT(table.at(10), IsEmpty());
-}
-
-TEST_F(BridgeDomainMembershipTest, RemovalOfUnknownPortIsToldButFails) {
-  EXPECT_EQ(service->delMember(kVlan10, Eth(9)), -1);
-
-  EXPECT_THAT(notes, ElementsAre("remove 10 eth1/9 after 0 chip removals"));
-  EXPECT_THAT(LogLines(), ElementsAre("log(3): HAL ID not found: eth1/9."));
-  EXPECT_THAT(Trace(), IsEmpty());
-}
-
-TEST_F(BridgeDomainMembershipTest, RemovedLagLeavesChipAndKeepsAnEmptyEntry) {
+// A member on another chip is left alone. A forgotten LAG fails only after the table and the
+// clients have been told.
+TEST_F(BridgeDomainMembership, LagIsProgrammedPerMemberButRecordedAsTheLagOnly) {
+  ListMembers({1, 2, 8});
   ASSERT_EQ(service->addMember(kVlan10, kLag, true, 0), 0);
+  ASSERT_EQ(service->addMember(kVlan20, kLag, true, 0), 0);
+  EXPECT_EQ(Members(10), (std::map<int, bool>{{1, false}, {2, false}}));
+  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({1, 2}));
+  EXPECT_EQ(Books().lagMembership().at(kLag), (BookEntry{{kVlan10, true}, {kVlan20, true}}));
+  EXPECT_THAT(Books().intfInfo(), IsEmpty());
+  EXPECT_EQ(table.at(10), (BookEntry{{kLag, true}}));
+  EXPECT_THAT(notes, ElementsAre("add 10 lag1 tagged", "add 20 lag1 tagged"));
+
   ASSERT_EQ(service->delMember(kVlan10, kLag), 0);
-
-  EXPECT_THAT(ChipMembers(10), IsEmpty());
+  EXPECT_THAT(Members(10), IsEmpty());
   EXPECT_THAT(sim::chip().GroupMembers(group10), IsEmpty());
-  EXPECT_THAT(books.lagMembership(), ElementsAre(Pair(kLag, IsEmpty())));
-  EXPECT_THAT(table.at(10), IsEmpty());
-  EXPECT_EQ(notes.back(), "remove 10 lag1 after 0 chip removals");
-}
 
-TEST_F(BridgeDomainMembershipTest, RemovalOfLagWithoutMembersOnlyUpdatesTheBooks) {
-  const limid_t emptyLag = sim::Lag(2);
-  sim::common().AddLag(emptyLag, 2);
-  EXPECT_EQ(service->delMember(kVlan10, emptyLag), 0);
-
-  EXPECT_THAT(Trace(), IsEmpty());
-  EXPECT_THAT(books.lagMembership(), ElementsAre(Pair(emptyLag, IsEmpty())));
-}
-
-TEST_F(BridgeDomainMembershipTest, RemovalOfForgottenLagFailsAfterTableAndClients) {
-  ASSERT_EQ(service->addMember(kVlan10, kLag, true, 0), 0);
   sim::common().ForgetLag(kLag);
-  EXPECT_EQ(service->delMember(kVlan10, kLag), -1);
+  EXPECT_EQ(service->delMember(kVlan20, kLag), -1);
 
   EXPECT_THAT(LogLines(), ElementsAre("log(3): delMember Couldn't find members for LAG lag1. "
                                       "Likely already removed by Lag orchestrator"));
-  EXPECT_THAT(table.at(10), IsEmpty());
-  EXPECT_EQ(notes.back(), "remove 10 lag1 after 0 chip removals");
-  EXPECT_EQ(books.lagMembership().at(kLag), (BookEntry{{kVlan10, true}}));
-  EXPECT_EQ(ChipMembers(10).size(), 2u);
+  EXPECT_THAT(table, ElementsAre(Pair(10, IsEmpty()), Pair(20, IsEmpty())));
+  EXPECT_EQ(notes.back(), "remove 20 lag1 after 4 chip removals");
+  EXPECT_EQ(Books().lagMembership().at(kLag), (BookEntry{{kVlan20, true}}));
+  EXPECT_EQ(Members(20).size(), 2u);
 }
 
-TEST_F(BridgeDomainMembershipTest, DirectChangesOfPortInLagAssertAndCarryOn) {
-  books.intfInfo()[Eth(1)].inLAG = true;
+TEST_F(BridgeDomainMembership, DirectChangesOfPortInLagAssertAndCarryOn) {
+  Books().intfInfo()[Eth(1)].inLAG = true;
   EXPECT_EQ(service->addMember(kVlan10, Eth(1), true, 0), 0);
-  EXPECT_EQ(ChipMembers(10), (std::map<int, bool>{{1, false}}));
+  EXPECT_EQ(Members(10), (std::map<int, bool>{{1, false}}));
   EXPECT_EQ(service->delMember(kVlan10, Eth(1)), 0);
 
-  ASSERT_EQ(sim::Assertions().size(), 2u);
-  EXPECT_EQ(sim::Assertions()[0].expression, "!member_it.inLAG");
-  EXPECT_EQ(sim::Assertions()[0].file, "src/hal_bcm_bridge_domain");
-  EXPECT_EQ(sim::Assertions()[0].line, 359);
-  EXPECT_EQ(sim::Assertions()[1].expression, "!it->second.inLAG");
-  EXPECT_EQ(sim::Assertions()[1].file, "src/hal_bcm_bridge_domain");
-  EXPECT_EQ(sim::Assertions()[1].line, 483);
-  EXPECT_THAT(ChipMembers(10), IsEmpty());
+  Lines asserted;
+  for (const sim::AssertRecord& a : sim::Assertions())
+    asserted.push_back(a.expression + " at " + a.file + ":" + std::to_string(a.line));
+  EXPECT_THAT(asserted, ElementsAre("!member_it.inLAG at src/hal_bcm_bridge_domain:359",
+                                    "!it->second.inLAG at src/hal_bcm_bridge_domain:483"));
+  EXPECT_THAT(Members(10), IsEmpty());
 }
 
-TEST_F(BridgeDomainMembershipTest, ClientsHearAdditionsInOrderAndRemovalsInReverse) {
-  auto vlans = service->GetVlanOrchestrator();
-  for (auto client : {std::pair<unsigned, std::string>{5, "z"}, {20, "a"}}) {
-    vlans->RegisterClient(client.first, client.second,
-                          {[this, client](const unsigned short&, const limid_t&, bool) {
-                             notes.push_back("add by " + client.second);
-                             return true;
-                           },
-                           [this, client](const unsigned short&, const limid_t&) {
-                             notes.push_back("remove by " + client.second);
-                             return true;
-                           }});
-  }
-  ASSERT_EQ(service->addMember(kVlan10, Eth(1), true, 0), 0);
-  ASSERT_EQ(service->delMember(kVlan10, Eth(1)), 0);
+// ---- LAG events --------------------------------------------------------------------------------
 
-  EXPECT_THAT(notes, ElementsAre("add by z", "add 10 eth1/1 tagged", "add by a", "remove by a",
-                                 "remove 10 eth1/1 after 0 chip removals", "remove by z"));
+TEST_F(BridgeDomainMembership, JoiningPortSwapsItsVlansForTheLagsAndLeavingDoesNotRestoreThem) {
+  ASSERT_EQ(service->addMember(kVlan10, Eth(1), false, 0), 0);
+  ASSERT_EQ(service->addMember(kVlan20, kLag, true, 0), 0);
+
+  EXPECT_TRUE(Join(1));
+  EXPECT_THAT(Members(10), IsEmpty());
+  EXPECT_THAT(sim::chip().GroupMembers(group10), IsEmpty());
+  EXPECT_EQ(Members(20), (std::map<int, bool>{{1, false}}));
+  EXPECT_EQ(sim::chip().GroupMembers(group20), GroupOf({1}));
+  EXPECT_TRUE(Books().intfInfo().at(Eth(1)).inLAG);
+  EXPECT_THAT(Books().intfInfo().at(Eth(1)).bridgeDomains, IsEmpty());
+
+  EXPECT_TRUE(Leave(1));
+  EXPECT_THAT(Members(20), IsEmpty());
+  EXPECT_THAT(sim::chip().GroupMembers(group20), IsEmpty());
+  EXPECT_THAT(Members(10), IsEmpty());
+  EXPECT_FALSE(Books().intfInfo().at(Eth(1)).inLAG);
+
+  // Events move the chip only: the shared table still holds what the callers asked for.
+  EXPECT_THAT(table,
+              ElementsAre(Pair(10, BookEntry{{Eth(1), false}}), Pair(20, BookEntry{{kLag, true}})));
+  EXPECT_THAT(LogLines(), IsEmpty());
+}
+
+TEST_F(BridgeDomainMembership, JoiningLagWithoutVlansOnlyLeavesOwnVlans) {
+  ASSERT_EQ(service->addMember(kVlan10, Eth(1), true, 0), 0);
+  ClearRecords();
+
+  EXPECT_TRUE(Join(1));
+  EXPECT_TRUE(Join(2));
+  EXPECT_THAT(Members(10), IsEmpty());
+  EXPECT_THAT(Trace("bcm_vlan_gport_add"), IsEmpty());
+  // A port never added directly gets no record; one missing from the port table is refused.
+  EXPECT_EQ(Books().intfInfo().count(Eth(2)), 0u);
+  EXPECT_FALSE(Join(9));
+  EXPECT_FALSE(Leave(9));
+  EXPECT_THAT(LogLines(), ElementsAre("log(3): HAL ID not found: eth1/9.",
+                                      "log(3): HAL ID not found: eth1/9."));
+}
+
+TEST_F(BridgeDomainMembership, FailureOnOneVlanDoesNotStopTheOthers) {
+  ASSERT_EQ(service->addMember(kVlan10, kLag, true, 0), 0);
+  ASSERT_EQ(service->addMember(kVlan20, kLag, false, 0), 0);
+  sim::chip().FailNext("bcm_vlan_gport_add", 1, BCM_E_FULL);
+
+  EXPECT_FALSE(Join(1));
+  EXPECT_THAT(LogLines(),
+              ElementsAre("log(3): Error adding gport 0x04000001 to VLAN 10: Table full."));
+  EXPECT_THAT(Members(10), IsEmpty());
+  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({1}));  // half-done, not rolled back
+  EXPECT_EQ(Members(20), (std::map<int, bool>{{1, true}}));
+
+  ClearLog();
+  sim::chip().FailNext("bcm_multicast_egress_delete", 1, BCM_E_FAIL);
+  EXPECT_FALSE(Leave(1));
+  EXPECT_THAT(
+      LogLines(),
+      ElementsAre("log(3): Error removing encap ID 0x00008001 of gport 0x04000001 from "
+                  "multicast group 0100000A: Operation failed.",
+                  "log(3): Error removing gport 0x04000001 from VLAN 10 Replication Group."));
+  EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({1}));
+  EXPECT_THAT(Members(20), IsEmpty());
+}
+
+// Only the books forget a deleted LAG; the shared table keeps listing it.
+TEST_F(BridgeDomainMembership, DeletedLagTakesEveryMemberOutEvenPastAFailure) {
+  EXPECT_TRUE(Join(1));
+  EXPECT_TRUE(Join(2));
+  ASSERT_EQ(service->addMember(kVlan10, kLag, false, 0), 0);
+  ASSERT_EQ(Members(10), (std::map<int, bool>{{1, true}, {2, true}}));
+  sim::chip().FailNext("bcm_vlan_gport_delete", 1, BCM_E_INTERNAL);
+
+  EXPECT_FALSE(Handled(lags->DeleteLag(kLag)));
+  EXPECT_THAT(LogLines(),
+              ElementsAre("log(3): Error removing gport 0x04000001 from VLAN 10: Internal error."));
+  EXPECT_EQ(Members(10), (std::map<int, bool>{{1, true}}));
+  EXPECT_THAT(sim::chip().GroupMembers(group10), IsEmpty());
+  EXPECT_THAT(Books().lagMembership(), IsEmpty());
+  EXPECT_EQ(table.at(10), (BookEntry{{kLag, false}}));
 }
 
 }  // namespace

@@ -1,38 +1,20 @@
-// Port VLAN attributes: each setter on a port, on a LAG with members, on an empty LAG and on an
-// unknown LAG; refusals before any chip call; members failing part-way. What a LAG remembers is
+// Port VLAN attributes and blocking: each setter on a port and on a LAG, refusals, members failing
+// part-way, and the discard mode that blocking shares with the frame types. What a LAG remembers is
 // observed through a port that joins it afterwards.
-#include <cstdio>
+#include <algorithm>
 #include <functional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
-#include "bridge_port_inspector.h"
-#include "sim_test.h"
+#include "service_fixtures.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
-using ::testing::IsEmpty;
+const std::string kClient = "hal-stlp";
 
-const limid_t kLag = sim::Lag(1);
-const limid_t kUnknownLag = sim::Lag(9);
-limid_t Port(int p) {
-  return sim::EthernetPort(1, p);
-}
-
-// Fills in port p: "@G" its gport, "@P" its number, "@N" its name.
+// Puts port p (1 to 4) wherever a line says '@'.
 Lines ForPort(Lines lines, int p) {
-  char gport[16];
-  std::snprintf(gport, sizeof gport, "%#x", sim::LocalGport(p));
-  const std::pair<std::string, std::string> fills[] = {
-      {"@G", gport}, {"@P", std::to_string(p)}, {"@N", "eth1/" + std::to_string(p)}};
-  for (std::string& line : lines) {
-    for (const auto& [mark, text] : fills) {
-      for (size_t at; (at = line.find(mark)) != std::string::npos;)
-        line.replace(at, 2, text);
-    }
-  }
+  for (std::string& line : lines)
+    std::replace(line.begin(), line.end(), '@', static_cast<char>('0' + p));
   return lines;
 }
 
@@ -49,30 +31,16 @@ std::string FunctionOf(const std::string& call) {
   return call.substr(0, call.find('('));
 }
 
-class BridgePortAttributes : public SimTest {
+class BridgePortAttributes : public BridgePortTest {
  protected:
-  void SetUp() override {
-    SimTest::SetUp();
-    for (int p = 1; p <= 4; ++p)
-      sim::common().AddPort(Port(p), sim::LocalGport(p));
-    sim::common().AddLag(kLag, 5);
-    service = HalBcmBridgePort::GetInstance(nullptr);
-  }
-  static void ListMembers(int count) {
-    for (int p = 1; p <= count; ++p)
-      sim::common().ListLagMember(kLag, Port(p));
-  }
   // What the LAG remembered, as a port that joins it afterwards receives it.
-  const sim::PortState& JoinLag(int p) {
-    service->AddMemberLagEvent(kLag, Port(p));
+  const sim::PortState& Joined(unsigned p) {
+    EXPECT_TRUE(Join(p));
     return sim::chip().Port(p);
   }
-  HalBcmBridgePortInspector Books() { return HalBcmBridgePortInspector(*service); }
-
-  HalBcmBridgePort* service = nullptr;
 };
 
-// One LAG-expanding setter applied with one value; texts use the marks of ForPort.
+// One LAG-expanding setter applied with one value; texts are for port '@' (see ForPort).
 struct SetterCase {
   const char* name;
   std::function<int(HalBcmBridgePort&, limid_t)> set;
@@ -80,7 +48,6 @@ struct SetterCase {
   std::function<bool(const sim::PortState&)> holds;
   Lines chipFailure;        // the worker's line when the chip says -4
   Lines portTail, lagTail;  // what the setter adds for a port, a LAG
-  Lines lookupFailure;      // for eth1/9, missing from the port table
   bool stopsAtFailingMember;
   bool keptAfterMemberFailure;
 };
@@ -91,59 +58,53 @@ void PrintTo(const SetterCase& c, std::ostream* os) {
 const SetterCase kSetters[] = {
     {"NativeVlan",
      [](HalBcmBridgePort& s, limid_t id) { return s.SetNativeVlan(id, 10); },
-     {"bcm_port_untagged_vlan_set(0, @G, 10) = 0"},
+     {"bcm_port_untagged_vlan_set(0, 0x400000@, 10) = 0"},
      [](const sim::PortState& s) { return s.untaggedVlan == 10; },
-     {"log(3): Error setting @N (@G) native VLAN: Invalid parameter."},
+     {"log(3): Error setting eth1/@ (0x400000@) native VLAN: Invalid parameter."},
      {},
      {},
-     {"log(3): Error setting eth1/9 native VLAN id(10): HAL ID not found."},
      true,
      false},
     {"Prio4Untagged",
      [](HalBcmBridgePort& s, limid_t id) { return s.SetPrio4Untagged(id, 5); },
-     {"bcm_port_untagged_priority_set(0, @G, 5) = 0"},
+     {"bcm_port_untagged_priority_set(0, 0x400000@, 5) = 0"},
      [](const sim::PortState& s) { return s.untaggedPriority == 5; },
-     {"log(3): Error setting @N (@G) default priority: Invalid parameter."},
+     {"log(3): Error setting eth1/@ (0x400000@) default priority: Invalid parameter."},
      {},
      {},
-     {"log(3): Error setting eth1/9 default priority: HAL ID not found."},
      true,
      false},
     // Q-in-Q ports look up the outer tag first, then the inner one.
     {"VlanQinQ",
      [](HalBcmBridgePort& s, limid_t id) { return s.SetVlanQinQ(id, HAL_BP_QINQ_ENABLE); },
-     {"bcm_port_dtag_mode_set(0, @G, 2) = 0", "bcm_vlan_control_port_set(0, @P, 14, 8) = 0",
-      "bcm_vlan_control_port_set(0, @P, 15, 9) = 0"},
+     {"bcm_port_dtag_mode_set(0, 0x400000@, 2) = 0", "bcm_vlan_control_port_set(0, @, 14, 8) = 0",
+      "bcm_vlan_control_port_set(0, @, 15, 9) = 0"},
      [](const sim::PortState& s) { return s.dtagMode == 2 && s.keyFirst == 8 && s.keySecond == 9; },
-     {"log(3): SetVlanQinQByPort: Error setting @N (@G) dtag: Invalid parameter."},
+     {"log(3): SetVlanQinQByPort: Error setting eth1/@ (0x400000@) dtag: Invalid parameter."},
      {},
      {},
-     {"log(3): SetVlanQinQByPort: Error setting eth1/9 VLAN QinQ mode: HAL ID not found."},
      true,
      false},
     {"AcceptableFrameType",
      [](HalBcmBridgePort& s, limid_t id) {
        return s.SetAcceptableFrameType(id, HAL_BP_ADMIT_ONLY_TAGGED);
      },
-     {"bcm_port_discard_set(0, @G, 2) = 0"},
+     {"bcm_port_discard_set(0, 0x400000@, 2) = 0"},
      [](const sim::PortState& s) { return s.discardMode == BCM_PORT_DISCARD_UNTAG; },
-     {"log(3): [HAL-BP] Error setting @N port value: 2 - Invalid parameter."},
-     {"log(3): Error setting @N acceptable frame type 1."},
-     {"log(3): Error setting LAG member @N acceptable frame type 1."},
-     {"log(3): [HAL-BP] Error getting device id port for: eth1/9 -  HAL ID not found.",
-      "log(3): Error setting eth1/9 acceptable frame type 1."},
+     {"log(3): [HAL-BP] Error setting eth1/@ port value: 2 - Invalid parameter."},
+     {"log(3): Error setting eth1/@ acceptable frame type 1."},
+     {"log(3): Error setting LAG member eth1/@ acceptable frame type 1."},
      true,
      true},
     // The outer TPID alone reports the chip's refusal through error() with the SDK's code, tries
     // every member and keeps the value whatever happened.
     {"Tpid",
      [](HalBcmBridgePort& s, limid_t id) { return s.SetTpid(id, 0x88a8); },
-     {"bcm_port_tpid_set(0, @G, 0x88a8) = 0"},
+     {"bcm_port_tpid_set(0, 0x400000@, 0x88a8) = 0"},
      [](const sim::PortState& s) { return s.outerTpid == 0x88a8; },
-     {"error(-4): [HAL-BP] Error setting @N (@G) outer TPID: Invalid parameter."},
+     {"error(-4): [HAL-BP] Error setting eth1/@ (0x400000@) outer TPID: Invalid parameter."},
      {},
      {"log(3): [HAL-BP] Error setting lag1 outer TPID 0x88a8."},
-     {"log(3): [HAL-BP] Error setting eth1/9 outer TPID: HAL ID not found."},
      false,
      true},
 };
@@ -151,126 +112,65 @@ const SetterCase kSetters[] = {
 class EverySetter : public BridgePortAttributes, public ::testing::WithParamInterface<SetterCase> {
  protected:
   Lines Calls(int p) { return ForPort(GetParam().calls, p); }
+  int Set(limid_t id) { return GetParam().set(*service, id); }
 };
 
-TEST_P(EverySetter, OnAPortProgramsThatPortOnly) {
-  EXPECT_EQ(GetParam().set(*service, Port(1)), 0);
+TEST_P(EverySetter, OnAPortProgramsThatPortOnlyAndReportsFailures) {
+  EXPECT_EQ(Set(Eth(1)), 0);
   EXPECT_EQ(Trace(), Calls(1));
   EXPECT_TRUE(GetParam().holds(sim::chip().Port(1)));
   EXPECT_FALSE(GetParam().holds(sim::chip().Port(2)));
   EXPECT_THAT(LogLines(), IsEmpty());
+  ClearRecords();
+
+  sim::chip().FailNext(FunctionOf(Calls(2)[0]), 1, BCM_E_PARAM);
+  EXPECT_EQ(Set(Eth(2)), -1);
+  EXPECT_EQ(Trace(), Lines{Refused(Calls(2)[0])});  // nothing follows a refused write
+  EXPECT_EQ(LogLines(), ForPort(GetParam().chipFailure + GetParam().portTail, 2));
 }
 
 TEST_P(EverySetter, OnALagProgramsEachMemberAndCarriesOverToPortsJoiningLater) {
-  ListMembers(2);
-  EXPECT_EQ(GetParam().set(*service, kLag), 0);
+  EXPECT_EQ(Set(kLag), 0);  // an empty LAG only remembers the value
+  EXPECT_THAT(Trace(), IsEmpty());
+  EXPECT_TRUE(GetParam().holds(Joined(1)));
+  ListMembers({2});
+  ClearRecords();
+
+  EXPECT_EQ(Set(kLag), 0);
   EXPECT_EQ(Trace(), Calls(1) + Calls(2));
-  EXPECT_TRUE(GetParam().holds(JoinLag(3)));
-}
-
-TEST_P(EverySetter, OnAnEmptyLagIsOnlyRememberedForPortsJoiningLater) {
-  EXPECT_EQ(GetParam().set(*service, kLag), 0);
-  EXPECT_THAT(Trace(), IsEmpty());
-  EXPECT_TRUE(GetParam().holds(JoinLag(3)));
-}
-
-TEST_P(EverySetter, ChipRefusalOnAPortIsReportedWithTheSdkText) {
-  sim::chip().FailNext(FunctionOf(Calls(1)[0]), 1, BCM_E_PARAM);
-  EXPECT_EQ(GetParam().set(*service, Port(1)), -1);
-  EXPECT_EQ(Trace(), Lines{Refused(Calls(1)[0])});  // nothing follows a refused write
-  EXPECT_EQ(LogLines(), ForPort(GetParam().chipFailure + GetParam().portTail, 1));
-}
-
-TEST_P(EverySetter, PortMissingFromThePortTableIsReportedWithoutChipCall) {
-  EXPECT_EQ(GetParam().set(*service, sim::EthernetPort(1, 9)), -1);
-  EXPECT_THAT(Trace(), IsEmpty());
-  EXPECT_EQ(LogLines(), GetParam().lookupFailure);
+  EXPECT_TRUE(GetParam().holds(Joined(3)));
 }
 
 TEST_P(EverySetter, MemberFailingInTheMiddleStopsTheSetterOrNot) {
-  ListMembers(3);
+  ListMembers({1, 2, 3});
   sim::chip().FailNth(FunctionOf(Calls(2)[0]), 2, BCM_E_PARAM);
 
-  EXPECT_EQ(GetParam().set(*service, kLag), -1);
+  EXPECT_EQ(Set(kLag), -1);
 
   const Lines rest = GetParam().stopsAtFailingMember ? Lines{} : Calls(3);
   EXPECT_EQ(Trace(), Calls(1) + Lines{Refused(Calls(2)[0])} + rest);
   EXPECT_EQ(LogLines(), ForPort(GetParam().chipFailure + GetParam().lagTail, 2));
-  EXPECT_EQ(GetParam().holds(JoinLag(4)), GetParam().keptAfterMemberFailure);
+  EXPECT_EQ(GetParam().holds(Joined(4)), GetParam().keptAfterMemberFailure);
 }
 
 INSTANTIATE_TEST_SUITE_P(BridgePortSetters, EverySetter, ::testing::ValuesIn(kSetters),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// ---- Refused before any chip call
-// ----------------------------------------------------------------
-
-struct RefusalCase {
-  const char* name;
-  std::function<int(HalBcmBridgePort&)> set;
-  std::string log;
-};
-void PrintTo(const RefusalCase& c, std::ostream* os) {
-  *os << c.name;
-}
-
-class RefusedRequest : public BridgePortAttributes,
-                       public ::testing::WithParamInterface<RefusalCase> {};
-
-TEST_P(RefusedRequest, ReachesNoChipAndRemembersNothing) {
-  ListMembers(2);
-  EXPECT_EQ(GetParam().set(*service), -1);
-  EXPECT_THAT(Trace(), IsEmpty());
-  EXPECT_EQ(LogLines(), Lines{GetParam().log});
-  EXPECT_THAT(Books().nativeVlans(), IsEmpty());
-  EXPECT_THAT(Books().untaggedPrios(), IsEmpty());
-  EXPECT_THAT(Books().qinqPorts(), IsEmpty());
-}
-
-const auto kBadQinQ = static_cast<en_HalBridgePortQinQ>(2);
-INSTANTIATE_TEST_SUITE_P(
-    BridgePortRefusals, RefusedRequest,
-    ::testing::Values(
-        RefusalCase{"VlanAbove4095",
-                    [](HalBcmBridgePort& s) { return s.SetNativeVlan(kLag, 4096); },
-                    "log(3): Error setting lag1 native VLAN id(4096): Invalid VLAN range."},
-        RefusalCase{"PcpAbove7", [](HalBcmBridgePort& s) { return s.SetPrio4Untagged(Port(1), 8); },
-                    "log(3): Error setting eth1/1 default priority(8): Invalid PCP range."},
-        RefusalCase{
-            "QinQMode2OnPort", [](HalBcmBridgePort& s) { return s.SetVlanQinQ(Port(1), kBadQinQ); },
-            "log(3): SetVlanQinQByPort: Error setting eth1/1 VLAN QinQ mode: bad argument."},
-        // The mode is checked per member: the first one refuses it and the LAG stops there.
-        RefusalCase{
-            "QinQMode2OnLag", [](HalBcmBridgePort& s) { return s.SetVlanQinQ(kLag, kBadQinQ); },
-            "log(3): SetVlanQinQByPort: Error setting eth1/1 VLAN QinQ mode: bad argument."},
-        RefusalCase{"NativeVlanOnUnknownLag",
-                    [](HalBcmBridgePort& s) { return s.SetNativeVlan(kUnknownLag, 10); },
-                    "log(3): Error setting lag9 native VLAN id(10): LAG not found."},
-        RefusalCase{"PcpOnUnknownLag",
-                    [](HalBcmBridgePort& s) { return s.SetPrio4Untagged(kUnknownLag, 5); },
-                    "log(3): Error setting lag9 default priority(5): LAG not found."},
-        RefusalCase{
-            "QinQOnUnknownLag",
-            [](HalBcmBridgePort& s) { return s.SetVlanQinQ(kUnknownLag, HAL_BP_QINQ_ENABLE); },
-            "log(3): Error setting lag9 VLAN Q-in-Q mode: LAG not found."}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(BridgePortAttributes, UnknownLagReachesTheCallerOfTpidBeforeAndOfFrameTypeAfterStoring) {
+TEST_F(BridgePortAttributes, TpidIsKeptAfterARefusalButAnUnknownLagThrowsToTheCaller) {
+  sim::chip().FailNext("bcm_port_tpid_set", 1, BCM_E_PARAM);
+  EXPECT_EQ(service->SetTpid(Eth(1), 0x88a8), -1);
+  EXPECT_EQ(GetTpid(Eth(1)), 0x88a8);
+  // An unknown LAG is not guarded: the frame type is stored before the throw, the TPID after.
   EXPECT_THROW(service->SetTpid(kUnknownLag, 0x88a8), std::out_of_range);
   EXPECT_THROW(service->SetAcceptableFrameType(kUnknownLag, HAL_BP_ADMIT_ONLY_TAGGED),
                std::out_of_range);
+  EXPECT_THROW(service->DelLagEvent(kUnknownLag), std::out_of_range);  // before touching anything
   EXPECT_EQ(service->GetTpid(kUnknownLag), 0x8100);
   EXPECT_EQ(Books().acceptableFrameTypes().at(kUnknownLag), HAL_BP_ADMIT_ONLY_TAGGED);
 }
 
-TEST_F(BridgePortAttributes, RefusedTpidOfAPortIsStillReported) {
-  sim::chip().FailNext("bcm_port_tpid_set", 1, BCM_E_PARAM);
-  EXPECT_EQ(service->SetTpid(Port(1), 0x88a8), -1);
-  EXPECT_EQ(service->GetTpid(Port(1)), 0x88a8);
-}
-
 TEST_F(BridgePortAttributes, UnsetValuesAreWrittenToMembersButForgottenForTheLag) {
-  ListMembers(1);
+  ListMembers({1});
   service->SetNativeVlan(kLag, 10);
   service->SetPrio4Untagged(kLag, 5);
   ClearRecords();
@@ -284,54 +184,82 @@ TEST_F(BridgePortAttributes, UnsetValuesAreWrittenToMembersButForgottenForTheLag
   EXPECT_THAT(Books().untaggedPrios(), IsEmpty());
 }
 
-// ---- Q-in-Q bookkeeping ----------------------------------------------------------------------
-
-TEST_F(BridgePortAttributes, QinQIsRecordedForTheIdentifierGivenOnly) {
-  ListMembers(2);
-  service->SetVlanQinQ(kLag, HAL_BP_QINQ_ENABLE);
-  service->SetVlanQinQ(Port(3), HAL_BP_QINQ_ENABLE);
-  EXPECT_EQ(Books().qinqPorts(), (std::set<limid_t>{Port(3), kLag}));
-
-  service->SetVlanQinQ(Port(3), HAL_BP_QINQ_DISABLE);
-  EXPECT_EQ(Books().qinqPorts(), std::set<limid_t>{kLag});
-}
-
 TEST_F(BridgePortAttributes, EmptyLagTakesAnyQinQModeAndJoiningPortsGetModeOne) {
   EXPECT_EQ(service->SetVlanQinQ(kLag, static_cast<en_HalBridgePortQinQ>(5)), 0);
-  EXPECT_EQ(JoinLag(3).dtagMode, BCM_PORT_DTAG_MODE_EXTERNAL);
+  EXPECT_EQ(Joined(3).dtagMode, BCM_PORT_DTAG_MODE_EXTERNAL);
 }
 
-TEST_F(BridgePortAttributes, QinQChangeReprogramsStoredIngressRulesForTheNewTagLayout) {
-  vlanxlate::VlanMapping rule;
-  rule.match.hasOuterVlan = true;
-  rule.match.outerVlanTag.vlanId = 100;
-  rule.operation = vlanxlate::Operation::Replace;
-  rule.action.outerVlanTag.vlanId = 200;
-  ASSERT_EQ(service->AddVlanMappingRule(Port(1), vlanxlate::Stage::Ingress, rule), 0);
-
-  EXPECT_EQ(service->SetVlanQinQ(Port(1), HAL_BP_QINQ_ENABLE), 0);
-
-  ASSERT_EQ(sim::chip().IngressTable().size(), 1u);
-  const sim::IngressKey& key = sim::chip().IngressTable().begin()->first;
-  EXPECT_EQ(key.keyType, bcmVlanTranslateKeyPortInner);
-  EXPECT_EQ(key.innerVlan, 100);
-}
-
-// ---- Inner TPID: the identifier's own port, never the members of a LAG --------------------------
-
-TEST_F(BridgePortAttributes, InnerTpidOnALagProgramsNoneOfItsMembers) {
-  ListMembers(2);
+TEST_F(BridgePortAttributes, InnerTpidGoesToTheIdentifiersOwnPortNeverToLagMembers) {
+  ListMembers({1, 2});
   EXPECT_EQ(service->SetInnerTpid(kLag, 0x88a8), -1);
-  EXPECT_THAT(Trace(), IsEmpty());
-  EXPECT_EQ(LogLines(), Lines{"log(3): Error setting lag1 inner TPID: HAL ID not found."});
-}
-
-TEST_F(BridgePortAttributes, InnerTpidRefusedByTheChipIsReported) {
   sim::chip().FailNext("bcm_port_inner_tpid_set", 1, BCM_E_PARAM);
-  EXPECT_EQ(service->SetInnerTpid(Port(1), 0x88a8), -1);
+  EXPECT_EQ(service->SetInnerTpid(Eth(1), 0x88a8), -1);
+
   EXPECT_EQ(Trace(), Lines{"bcm_port_inner_tpid_set(0, 0x4000001, 0x88a8) = -4"});
   EXPECT_EQ(LogLines(),
-            Lines{"log(3): Error setting eth1/1 (0x4000001) inner TPID: Invalid parameter."});
+            (Lines{"log(3): Error setting lag1 inner TPID: HAL ID not found.",
+                   "log(3): Error setting eth1/1 (0x4000001) inner TPID: Invalid parameter."}));
+}
+
+// ---- Blocking ----------------------------------------------------------------------------------
+
+TEST(BridgePortWithoutService, RefusesToBlock) {
+  sim::Reset();
+  EXPECT_EQ(BlockPort(Eth(1), true, kClient), -1);
+  EXPECT_EQ(sim::halLog().Lines(),
+            Lines{"log(3): [HAL-BP] Error accessing internal unique instance of HAL BP"});
+}
+
+// Blocking always wins, an unknown frame-type setting fails safe, and frame types set while the
+// port is blocked apply when it is unblocked.
+TEST_F(BridgePortAttributes, DiscardModeCombinesBlockStateAndFrameTypes) {
+  const struct {
+    bool blocked;
+    int frameTypes, mode;
+  } cases[] = {{true, 0, 1}, {false, 1, 2}, {true, 2, 1}, {false, 0, 0},
+               {true, 1, 1}, {false, 2, 3}, {true, 7, 1}, {false, 7, 1}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "blocked " << c.blocked << " frame types " << c.frameTypes);
+    service->SetAcceptableFrameType(
+        Eth(1), static_cast<en_HalBridgePortAcceptableFrameTypes>(c.frameTypes));
+    ClearRecords();
+    EXPECT_EQ(BlockPort(Eth(1), c.blocked, kClient), 0);
+    EXPECT_EQ(Trace(),
+              Lines{"bcm_port_discard_set(0, 0x4000001, " + std::to_string(c.mode) + ") = 0"});
+    EXPECT_EQ(Books().blockedPorts().at(Eth(1)), c.blocked);
+  }
+}
+
+// A foreign client is refused first, whatever it asks for (a LAG here).
+TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate) {
+  EXPECT_EQ(BlockPort(kLag, true, "HAL-STLP"), -1);
+  sim::chip().FailNext("bcm_port_discard_set", 1, BCM_E_PARAM);
+  EXPECT_EQ(BlockPort(Eth(1), true, kClient), -1);
+  sim::chip().FailNext("bcm_port_discard_set", 1, -30);  // outside the SDK's table
+  EXPECT_EQ(BlockPort(Eth(2), false, kClient), -1);
+
+  EXPECT_EQ(LogLines(),
+            (Lines{"log(3): [HAL-BP] Discard port of interface (lag1) not allowed for low-level "
+                   "client (HAL-STLP)",
+                   "log(3): [HAL-BP] Error setting eth1/1 port value: 1 - Invalid parameter.",
+                   "log(3): Error blocking interface eth1/1.",
+                   "log(3): [HAL-BP] Error setting eth1/2 port value: 0 - Unknown error.",
+                   "log(3): Error unblocking interface eth1/2."}));
+  EXPECT_EQ(Books().blockedPorts(), (std::map<limid_t, bool>{{Eth(1), true}, {Eth(2), false}}));
+  ClearRecords();
+  EXPECT_EQ(service->SetAcceptableFrameType(Eth(1), HAL_BP_ADMIT_ONLY_UNTAGGED), 0);
+  EXPECT_EQ(Trace(), Lines{"bcm_port_discard_set(0, 0x4000001, 1) = 0"});
+}
+
+TEST_F(BridgePortAttributes,
+       DiscardGoesToTheUnitTheServiceStartedOnWhileAttributesFollowTheLibrary) {
+  sim::common().SetUnit(1);
+
+  service->SetNativeVlan(Eth(1), 10);
+  BlockPort(Eth(1), true, kClient);
+
+  EXPECT_EQ(Trace(), (Lines{"bcm_port_untagged_vlan_set(1, 0x4000001, 10) = 0",
+                            "bcm_port_discard_set(0, 0x4000001, 1) = -3"}));
 }
 
 }  // namespace

@@ -1,97 +1,40 @@
-// The library's bindings to the companion libraries: names for messages, the two LAG tests,
-// bridge-domain decoding, the identifier tables and their "not found" paths.
+// The library's bindings to the companion libraries: composed_id order, the SDK error texts and
+// the release of decoded names. Identifier order and hash are pinned with the byte order of the
+// hosts, the two LAG tests with the simulated identifiers.
 #include <stdexcept>
 
+#include "composed_id.h"
 #include "hal_platform.h"
-#include "sim_test.h"
+#include "service_fixtures.h"
 
 namespace {
 
-using ::testing::ElementsAre;
-using halbd::DecodedName;
-using halbd::Hal;
-
-class PlatformBindingsTest : public SimTest {};
-
-TEST_F(PlatformBindingsTest, MessageCarriesTheDecodedName) {
-  Hal()->log(3, "HAL ID not found: %s.", DecodedName(sim::EthernetPort(1, 3)).c_str());
-  Hal()->error(-7, "%s at %s: %s", DecodedName(sim::Lag(5)).c_str(),
-               DecodedName(sim::BridgeDomain(10)).c_str(), bcm_errmsg(-7));
-  EXPECT_THAT(LogLines(), ElementsAre("log(3): HAL ID not found: eth1/3.",
-                                      "error(-7): lag5 at vlan10: Entry not found"));
+TEST(ComposedId, OrdersLexicographicallyWithSignedMembers) {
+  using Key = composed_id<int>;
+  EXPECT_TRUE((Key{5, -1} < Key{5, 0}));
+  EXPECT_TRUE((Key{4, 7} < Key{5, -1}));
+  EXPECT_FALSE((Key{5, 0} < Key{5, -1}));
+  EXPECT_TRUE((Key{-1, 100} < Key{0, -100}));
 }
 
-TEST_F(PlatformBindingsTest, LoggingFailurePassesToTheCallerAfterTheMessageIsKept) {
+TEST(BcmErrmsg, IndexesByNegatedCodeWithOneCatchAllEntry) {
+  const std::pair<int, int> codeToEntry[] = {{0, 0},    {-1, 1},    {-7, 7}, {-22, 22},
+                                             {-23, 23}, {-100, 23}, {5, 23}, {1, 23}};
+  for (const auto& [rc, entry] : codeToEntry)
+    EXPECT_EQ(bcm_errmsg(rc), _shr_errmsg[entry]) << rc;
+}
+
+using PlatformBindings = SimTest;
+
+TEST_F(PlatformBindings, LoggingFailurePassesToTheCallerAfterTheMessageIsKept) {
   // The decoded name is an owning handle: it is released while the exception unwinds (the
   // sanitizer runs of the suite report a leak otherwise).
   sim::halLog().ThrowOnNextMessage();
-  EXPECT_THROW(Hal()->log(3, "Error %s.", DecodedName(sim::EthernetPort(1, 1)).c_str()),
+  EXPECT_THROW(halbd::Hal()->log(3, "Error %s.", halbd::DecodedName(Eth(1)).c_str()),
                std::runtime_error);
   EXPECT_THAT(LogLines(), ElementsAre("log(3): Error eth1/1."));
-  Hal()->log(3, "next");
+  halbd::Hal()->log(3, "next");
   EXPECT_EQ(LogLines().size(), 2u);
-}
-
-TEST_F(PlatformBindingsTest, BothLagTestsAgreeOnEveryKind) {
-  const struct {
-    limid_t id;
-    bool lag;
-  } cases[] = {{sim::Lag(1), true},
-               {sim::Lag(500), true},
-               {sim::EthernetPort(1, 1), false},
-               {sim::BridgeDomain(2), false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(sim::NameOf(c.id));
-    EXPECT_EQ(halbd::IsLag(c.id), c.lag);
-    EXPECT_EQ(halbd::IsLagByTypeCompare(c.id), c.lag);
-  }
-}
-
-TEST_F(PlatformBindingsTest, BridgeDomainDecodesToItsVlan) {
-  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(10)), 10);
-  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4095)), 4095);
-}
-
-TEST_F(PlatformBindingsTest, LookupsFindTheirTablesOnly) {
-  sim::common().AddPort(sim::EthernetPort(1, 3), sim::LocalGport(3));
-  sim::common().AddLag(sim::Lag(5), 5);
-  HalBcmCommon* common = HalBcmCommon::GetInstance();
-
-  EXPECT_EQ(common->LookupPort(sim::EthernetPort(1, 3)).port, sim::LocalGport(3));
-  EXPECT_EQ(common->LookupGport(sim::EthernetPort(1, 3)).port, sim::LocalGport(3));
-  EXPECT_EQ(common->LookupGport(sim::Lag(5)).port, sim::TrunkGport(5));
-  EXPECT_TRUE(common->LookupDeviceId({sim::LocalGport(3), -1}) == sim::EthernetPort(1, 3));
-  EXPECT_TRUE(common->GetLagMembers(sim::Lag(5)).empty());
-}
-
-TEST_F(PlatformBindingsTest, MissesThrowOutOfRangeWithTheTableText) {
-  sim::common().AddLag(sim::Lag(5), 5);
-  sim::common().AddPort(sim::EthernetPort(1, 2), sim::LocalGport(2));
-  HalBcmCommon* common = HalBcmCommon::GetInstance();
-  const auto whatOf = [](auto call) -> std::string {
-    try {
-      call();
-    } catch (const std::out_of_range& e) {
-      return e.what();
-    }
-    return "no exception";
-  };
-  // A neighbour that differs only in its last byte must not be taken for the wanted entry.
-  EXPECT_EQ(whatOf([&] { common->LookupPort(sim::EthernetPort(1, 3)); }), "HAL ID not found");
-  EXPECT_EQ(whatOf([&] { common->LookupPort(sim::Lag(5)); }), "HAL ID not found");
-  EXPECT_EQ(whatOf([&] { common->LookupGport(sim::EthernetPort(1, 1)); }), "HAL ID not found");
-  EXPECT_EQ(whatOf([&] { common->LookupDeviceId({sim::LocalGport(9), -1}); }),
-            "device ID not found");
-  EXPECT_EQ(whatOf([&] { common->LookupDeviceId({sim::LocalGport(2), 0}); }),
-            "device ID not found");
-  EXPECT_NE(whatOf([&] { common->GetLagMembers(sim::Lag(6)); }), "no exception");
-}
-
-TEST_F(PlatformBindingsTest, UnitComesFromTheCommonLibrary) {
-  sim::common().SetUnit(2);
-  EXPECT_EQ(HalBcmCommon::GetInstance()->unit, 2);
-  EXPECT_NE(soc_control[2], nullptr);
-  EXPECT_EQ(soc_control[0], nullptr);
 }
 
 }  // namespace

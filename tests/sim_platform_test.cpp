@@ -1,22 +1,134 @@
-// The simulated identifier library, common tables and LAG orchestrator.
+// The simulated platform's own contract: a chip as strict as the real one, with its codes and
+// state, and its reset; the identifiers and the LAG orchestrator.
 #include <stdexcept>
 
-#include "sim/sim_lag_orchestrator.h"
-#include "sim_test.h"
+#include "hal_platform.h"
+#include "service_fixtures.h"
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using ::testing::Pair;
+using SimPlatform = SimTest;
 
-class SimPlatformTest : public SimTest {};
+// The call, its text and the code it must answer.
+#define CODE(call, rc) \
+  { #call, call, rc }
 
-TEST_F(SimPlatformTest, IdentifiersHaveReadableNamesAndKinds) {
+// The calls run in order, each on the state the earlier ones left; only accepted ones change it.
+TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
+  const bcm_multicast_t group = sim::chip().CreateVlan(10);
+  EXPECT_EQ(group, 0x100000a);
+  EXPECT_EQ(sim::chip().CreateVlan(20, false), 0);
+  bcm_vlan_action_set_t a;
+  bcm_vlan_action_set_t_init(&a);
+  a.new_outer_vlan = 200;
+  bcm_vlan_control_vlan_t control{};
+  int flags = -1;
+  bcm_if_t encap = 0;
+  uint32_t cls = 0;
+  const int g3 = sim::LocalGport(3), g5 = sim::LocalGport(5);
+  const int m3 = sim::ModuleGport(0, 3), absentGroup = 0x1000999;
+  const auto egress = bcmPortClassVlanTranslateEgress;
+  const auto outer = bcmVlanTranslateKeyPortOuter;
+  const struct {
+    const char* call;
+    int rc, expected;
+  } codes[] = {
+      CODE(bcm_port_untagged_vlan_set(0, 5, 20), BCM_E_NONE),
+      CODE(bcm_port_tpid_set(0, g5, 0x88a8), BCM_E_NONE),
+      CODE(bcm_port_inner_tpid_set(0, sim::ModuleGport(0, 5), 0x8100), BCM_E_NONE),
+      CODE(bcm_port_untagged_vlan_set(0, sim::ModuleGport(1, 5), 3), BCM_E_PORT),
+      CODE(bcm_port_untagged_vlan_set(0, sim::TrunkGport(5), 3), BCM_E_PORT),
+      CODE(bcm_port_untagged_vlan_set(0, g5 | 0x200000, 3), BCM_E_PORT),
+      CODE(bcm_port_untagged_vlan_set(0, sim::Chip::kNumPorts, 3), BCM_E_PORT),
+      CODE(bcm_port_untagged_vlan_set(1, 5, 3), BCM_E_UNIT),
+      CODE(bcm_port_untagged_vlan_set(0, 5, 4096), BCM_E_PARAM),
+      CODE(bcm_port_untagged_priority_set(0, 5, 8), BCM_E_PARAM),
+      CODE(bcm_port_untagged_priority_set(0, 5, 7), BCM_E_NONE),
+      CODE(bcm_port_dtag_mode_set(0, 5, 3), BCM_E_PARAM),
+      CODE(bcm_port_dtag_mode_set(0, 5, 2), BCM_E_NONE),
+      CODE(bcm_port_discard_set(0, 5, 4), BCM_E_PARAM),
+      CODE(bcm_port_discard_set(0, 5, 2), BCM_E_NONE),
+      CODE(bcm_port_class_set(0, 5, static_cast<bcm_port_class_t>(1), 9), BCM_E_PARAM),
+      CODE(bcm_port_class_set(0, 5, egress, 122), BCM_E_NONE),
+      CODE(bcm_port_class_get(0, g5, egress, &cls), BCM_E_NONE),
+      CODE(bcm_vlan_control_port_set(0, 5, bcmVlanPortTranslateKeyFirst, 3), BCM_E_PARAM),
+      CODE(bcm_vlan_control_port_set(0, 5, bcmVlanPortTranslateKeySecond, 9), BCM_E_NONE),
+      CODE(bcm_vlan_gport_add(0, 11, g3, 0), BCM_E_NOT_FOUND),
+      CODE(bcm_vlan_gport_add(0, 10, g3, 1), BCM_E_NONE),
+      CODE(bcm_vlan_gport_add(0, 10, m3, 0), BCM_E_NONE),
+      CODE(bcm_vlan_gport_get(0, 10, g3, &flags), BCM_E_NONE),
+      CODE(bcm_vlan_control_vlan_selective_get(0, 10, 0x1, &control), BCM_E_PARAM),
+      CODE(bcm_multicast_l2_encap_get(0, absentGroup, g3, 0, &encap), BCM_E_NOT_FOUND),
+      CODE(bcm_multicast_l2_encap_get(0, group, g3, 0, &encap), BCM_E_NONE),
+      CODE(bcm_multicast_egress_add(0, group, g3, encap), BCM_E_NONE),
+      CODE(bcm_multicast_egress_add(0, group, m3, encap), BCM_E_EXISTS),
+      CODE(bcm_vlan_translate_action_add(0, g3, outer, 4096, 0, &a), BCM_E_PARAM),
+      CODE(bcm_vlan_translate_action_add(0, g3, outer, 100, 0, &a), BCM_E_NONE),
+      CODE(bcm_vlan_translate_action_add(0, m3, outer, 100, 0, &a), BCM_E_EXISTS),
+      CODE(bcm_vlan_translate_action_add(0, sim::TrunkGport(5), outer, 10, 0, &a), BCM_E_NONE),
+      CODE(bcm_vlan_translate_action_delete(0, 3, outer, 100, 0), BCM_E_NONE),
+      CODE(bcm_vlan_translate_egress_action_add(0, 122, 100, 0, &a), BCM_E_NONE),
+      CODE(bcm_vlan_translate_egress_action_add(0, 122, 100, 0, &a), BCM_E_EXISTS),
+      CODE(bcm_vlan_translate_egress_action_add(0, -1, 100, 0, &a), BCM_E_PARAM),
+  };
+  for (const auto& c : codes)
+    EXPECT_EQ(c.rc, c.expected) << c.call;
+
+  const sim::PortState& port = sim::chip().Port(5);
+  EXPECT_EQ(std::make_tuple(port.untaggedVlan, port.outerTpid, port.innerTpid),
+            std::make_tuple(20, 0x88a8, 0x8100));
+  EXPECT_EQ(std::make_tuple(port.untaggedPriority, port.dtagMode, port.discardMode),
+            std::make_tuple(7, 2, 2));
+  EXPECT_EQ(std::make_tuple(port.egressClass, cls, port.keyFirst, port.keySecond),
+            std::make_tuple(122u, 122u, sim::PortState{}.keyFirst, 9));
+  EXPECT_EQ(flags, 0);  // a second add changes only the flag
+  EXPECT_THAT(sim::chip().Vlan(10).members, ElementsAre(Pair(3, false)));
+  EXPECT_THAT(sim::chip().GroupMembers(group), ElementsAre(Pair(g3, sim::Chip::EncapOf(3))));
+  ASSERT_EQ(sim::chip().IngressTable().size(), 1u);
+  EXPECT_TRUE(sim::chip().IngressTable().begin()->first.trunk);
+  EXPECT_EQ(sim::chip().EgressTable().size(), 1u);
+}
+
+#undef CODE
+
+// Faults, units and capability words are exercised by every service test; what they rely on
+// here is that a reset brings back the defaults.
+TEST_F(SimPlatform, ResetRestoresTheDefaultChipOfUnitZero) {
+  sim::common().SetUnit(1);
+  EXPECT_EQ(bcm_port_tpid_set(0, 3, 0x88a8), BCM_E_UNIT);
+  sim::chip().SetPacketPriorityCapable(false);
+  sim::chip().CreateVlan(10);
+  sim::chip().FailNext("bcm_port_tpid_set", 1, BCM_E_FAIL);
+  _sal_assert("x", "f", 1);
+
+  sim::Reset();
+
+  const sim::PortState& port = sim::chip().Port(3);
+  EXPECT_EQ(std::make_tuple(port.outerTpid, port.innerTpid, port.untaggedVlan, port.egressClass),
+            std::make_tuple(0x8100, 0x9100, 1, 3u));
+  EXPECT_THAT(sim::chip().Vlans(), IsEmpty());
+  EXPECT_THAT(Trace(), IsEmpty());
+  EXPECT_THAT(sim::Assertions(), IsEmpty());
+  EXPECT_EQ(bcm_port_tpid_set(0, 3, 0x9100), BCM_E_NONE);  // unit 0 again, without the fault
+  ASSERT_NE(soc_control[0], nullptr);
+  EXPECT_NE(soc_control[0]->xlate_pkt_prio, 0u);
+}
+
+TEST_F(SimPlatform, AssertionIsRecordedAndReturnsUnlessMadeFatal) {
+  _sal_assert("x", "f", 1);
+  EXPECT_EQ(sim::Assertions().size(), 1u);
+  sim::SetAbortOnAssert(true);
+  EXPECT_DEATH(_sal_assert("x", "f", 1), "assertion failed: x at f:1");
+}
+
+// ---- Identifiers and the LAG orchestrator ------------------------------------------------------
+
+TEST_F(SimPlatform, IdentifiersHaveReadableNamesAndKinds) {
   const struct {
     const char* name;
     limid_t id;
-    bool ethernet;
-    bool lag;
+    bool ethernet, lag;
   } cases[] = {{"eth1/3", sim::EthernetPort(1, 3), true, false},
                {"eth2/48", sim::EthernetPort(2, 48), true, false},
                {"lag5", sim::Lag(5), false, true},
@@ -27,101 +139,71 @@ TEST_F(SimPlatformTest, IdentifiersHaveReadableNamesAndKinds) {
     EXPECT_TRUE(sim::ParseId(c.name) == c.id);
     EXPECT_EQ(limid_is_from_type_ethernet(c.id) != 0, c.ethernet);
     EXPECT_EQ(limid_is_from_type(c.id, limid_type_lag) != 0, c.lag);
+    EXPECT_EQ(halbd::IsLagByTypeCompare(c.id), c.lag);  // the library's two tests agree
+    EXPECT_EQ(halbd::IsLag(c.id), c.lag);
     EXPECT_EQ(HalBcmCommon::GetInstance()->DecodeLimId(c.id).get(), std::string(c.name));
   }
-  for (const char* bad : {"eth1", "lag", "vlan70000", "port3", "eth1/3x", ""}) {
+  for (const char* bad : {"eth1", "lag", "vlan70000", "port3", "eth1/3x", ""})
     EXPECT_THROW(sim::ParseId(bad), std::invalid_argument) << bad;
-  }
+  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4094)), 4094);
 }
 
-TEST_F(SimPlatformTest, PortsOfOneSlotSortByPortNumber) {
-  EXPECT_TRUE(sim::EthernetPort(1, 2) < sim::EthernetPort(1, 10));
-  EXPECT_TRUE(sim::EthernetPort(1, 300) < sim::EthernetPort(2, 1));
-}
-
-TEST_F(SimPlatformTest, BridgeDomainComponentsGiveTheVlan) {
-  uint32_t kind = 7;
-  uint32_t vlan = 0;
-  EXPECT_EQ(limid_to_bridgedomain_components(sim::BridgeDomain(10), &kind, &vlan), 0);
-  EXPECT_EQ(vlan, 10u);
-  vlan = 0;
-  EXPECT_NE(limid_to_bridgedomain_components(sim::Lag(10), &kind, &vlan), 0);
-  EXPECT_EQ(vlan, 0u);
-}
-
-class SimLagOrchestratorTest : public SimTest {
+class SimLagOrchestrator : public SimTest {
  protected:
   void SetUp() override {
     SimTest::SetUp();
     sim::common().AddLag(lag, 5);
   }
 
-  // A client that records each event with the LAG's member count at that moment.
+  // A client that writes down each event with the LAG's member count at that moment.
   void Register(unsigned int priority, const std::string& name, bool answer = true) {
-    halswitchl2if::LagOrchestrator::Callback callback;
-    auto members = [this]() {
-      return std::to_string(HalBcmCommon::GetInstance()->GetLagMembers(lag).size());
-    };
-    callback.lagCreated = [=](const limid_t&) {
-      events.push_back(name + " created");
+    const auto note = [this, name, answer](const std::string& event, bool withMembers) {
+      const size_t members = HalBcmCommon::GetInstance()->GetLagMembers(lag).size();
+      events.push_back(name + " " + event +
+                       (withMembers ? ", members " + std::to_string(members) : ""));
       return answer;
     };
-    callback.lagDeleted = [=](const limid_t&) {
-      events.push_back(name + " deleted, members " + members());
-      return answer;
-    };
-    callback.memberAdded = [=](const limid_t&, const limid_t& m) {
-      events.push_back(name + " added " + sim::NameOf(m) + ", members " + members());
-      return answer;
-    };
-    callback.memberDeleted = [=](const limid_t&, const limid_t& m) {
-      events.push_back(name + " removed " + sim::NameOf(m) + ", members " + members());
-      return answer;
-    };
-    EXPECT_TRUE(orchestrator.RegisterClient(priority, name, std::move(callback)));
+    EXPECT_TRUE(orchestrator.RegisterClient(
+        priority, name,
+        {[=](const limid_t&) { return note("created", false); },
+         [=](const limid_t&) { return note("deleted", true); },
+         [=](const limid_t&, const limid_t& m) { return note("added " + sim::NameOf(m), true); },
+         [=](const limid_t&, const limid_t& m) {
+           return note("removed " + sim::NameOf(m), true);
+         }}));
   }
 
   sim::LagOrchestratorSim orchestrator;
   const limid_t lag = sim::Lag(5);
-  std::vector<std::string> events;
+  Lines events;
 };
 
-TEST_F(SimLagOrchestratorTest, EventsReachClientsInAscendingPriorityWithMembersListedAsOnTheSwitch) {
+// A refused registration keeps the first client; a client without a handler is skipped.
+TEST_F(SimLagOrchestrator, EventsReachClientsInAscendingPriorityWithMembersListedAsOnTheSwitch) {
   Register(1001, "port");
   Register(1000, "domain", false);
-  const limid_t member = sim::EthernetPort(1, 1);
+  EXPECT_FALSE(orchestrator.RegisterClient(1000, "domain", {}));
+  EXPECT_TRUE(orchestrator.RegisterClient(4, "silent", {}));
+  EXPECT_THAT(orchestrator.Clients(),
+              ElementsAre(Pair(4u, "silent"), Pair(1000u, "domain"), Pair(1001u, "port")));
   orchestrator.CreateLag(lag);
-  const auto answers = orchestrator.AddMember(lag, member);
-  orchestrator.DeleteMember(lag, member);
-  orchestrator.AddMember(lag, member);
+  const auto answers = orchestrator.AddMember(lag, Eth(1));
+  orchestrator.DeleteMember(lag, Eth(1));
+  orchestrator.AddMember(lag, Eth(2));
   orchestrator.DeleteLag(lag);
 
-  EXPECT_THAT(events, ElementsAre("domain created", "port created",
-                                  "domain added eth1/1, members 1", "port added eth1/1, members 1",
-                                  "domain removed eth1/1, members 1",
-                                  "port removed eth1/1, members 1",
-                                  "domain added eth1/1, members 1", "port added eth1/1, members 1",
-                                  "domain deleted, members 1", "port deleted, members 1"));
+  EXPECT_THAT(events,
+              ElementsAre("domain created", "port created", "domain added eth1/1, members 1",
+                          "port added eth1/1, members 1", "domain removed eth1/1, members 1",
+                          "port removed eth1/1, members 1", "domain added eth1/2, members 1",
+                          "port added eth1/2, members 1", "domain deleted, members 1",
+                          "port deleted, members 1"));
   ASSERT_EQ(answers.size(), 2u);
   EXPECT_EQ(answers[0].name, "domain");
   EXPECT_FALSE(answers[0].handled);
   EXPECT_TRUE(answers[1].handled);
   EXPECT_FALSE(sim::common().HasLag(lag));
-}
-
-TEST_F(SimLagOrchestratorTest, DuplicateClientIsRefusedAndClientsWithoutAHandlerAreSkipped) {
-  Register(5, "a");
-  EXPECT_FALSE(orchestrator.RegisterClient(5, "a", {}));
-  EXPECT_TRUE(orchestrator.RegisterClient(4, "silent", {}));
-  EXPECT_THAT(orchestrator.Clients(),
-              ElementsAre(std::make_pair(4u, std::string("silent")), std::make_pair(5u, std::string("a"))));
-  EXPECT_EQ(orchestrator.CreateLag(lag).size(), 1u);
-  EXPECT_THAT(events, ElementsAre("a created"));
-}
-
-TEST_F(SimLagOrchestratorTest, MemberOfAnUnknownLagIsRefused) {
-  EXPECT_THROW(orchestrator.AddMember(sim::Lag(9), sim::EthernetPort(1, 1)), std::out_of_range);
-  EXPECT_THAT(events, IsEmpty());
+  EXPECT_THROW(orchestrator.AddMember(sim::Lag(9), Eth(1)), std::out_of_range);
 }
 
 }  // namespace
