@@ -1,5 +1,6 @@
 # Runs one scenario and compares its whole output with the committed expectation.
-#   cmake -DRUNNER=<halbd-sim> -DSCENARIO=<path relative to WORKDIR> -DWORKDIR=<dir>
+#   cmake -DRUNNER=<halbd-sim> [-DEMULATOR=<command line>] -DSCENARIO=<path relative to WORKDIR>
+#         -DWORKDIR=<dir>
 #         -DEXPECTED_OUT=<file> [-DEXPECTED_ERR=<file>] [-DEXPECTED_RC=<n>] [-DACTUAL_DIR=<dir>]
 #         [-DUPDATE=ON] -P golden.cmake
 # Without EXPECTED_ERR the run must write nothing to stderr. UPDATE=ON rewrites the expectations
@@ -10,7 +11,9 @@ if(NOT DEFINED EXPECTED_RC)
   set(EXPECTED_RC 0)
 endif()
 
-execute_process(COMMAND ${RUNNER} ${SCENARIO}
+# EMULATOR (cross builds): the command line that runs a target program on this host.
+separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
+execute_process(COMMAND ${emulator} ${RUNNER} ${SCENARIO}
                 WORKING_DIRECTORY ${WORKDIR}
                 OUTPUT_VARIABLE actual_out ERROR_VARIABLE actual_err RESULT_VARIABLE rc)
 

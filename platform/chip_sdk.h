@@ -181,9 +181,8 @@ void bcm_vlan_action_set_t_init(bcm_vlan_action_set_t* action);
 int bcm_vlan_translate_action_add(int unit, bcm_gport_t port, bcm_vlan_translate_key_t key_type,
                                   bcm_vlan_t outer_vlan, bcm_vlan_t inner_vlan,
                                   bcm_vlan_action_set_t* action);
-int bcm_vlan_translate_action_delete(int unit, bcm_gport_t port,
-                                     bcm_vlan_translate_key_t key_type, bcm_vlan_t outer_vlan,
-                                     bcm_vlan_t inner_vlan);
+int bcm_vlan_translate_action_delete(int unit, bcm_gport_t port, bcm_vlan_translate_key_t key_type,
+                                     bcm_vlan_t outer_vlan, bcm_vlan_t inner_vlan);
 int bcm_vlan_translate_egress_action_add(int unit, int port_class, bcm_vlan_t outer_vlan,
                                          bcm_vlan_t inner_vlan, bcm_vlan_action_set_t* action);
 int bcm_vlan_translate_egress_action_delete(int unit, int port_class, bcm_vlan_t outer_vlan,

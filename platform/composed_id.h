@@ -12,8 +12,10 @@ struct composed_id {
 
 template <typename T>
 inline bool operator<(const composed_id<T>& a, const composed_id<T>& b) {
-  if (a.first < b.first) return true;
-  if (b.first < a.first) return false;
+  if (a.first < b.first)
+    return true;
+  if (b.first < a.first)
+    return false;
   return a.second < b.second;
 }
 

@@ -38,7 +38,8 @@ class HalBcmCommon {
   // Throws std::out_of_range when lag is unknown.
   const std::set<limid_t>& GetLagMembers(limid_t lag) const;
 
-  // The entry of id in the port table (physical ports). Throws std::out_of_range("HAL ID not found").
+  // The entry of id in the port table (physical ports). Throws std::out_of_range("HAL ID not
+  // found").
   const LimIdPortEntry& LookupPort(limid_t id) const;
 
   // The entry of id in the gport table, which holds the SDK gport of any interface, a LAG included

@@ -67,7 +67,9 @@ inline bool operator<(const limid_t& a, const limid_t& b) {
 inline bool operator==(const limid_t& a, const limid_t& b) {
   return std::memcmp(a.bytes, b.bytes, sizeof a.bytes) == 0;
 }
-inline bool operator!=(const limid_t& a, const limid_t& b) { return !(a == b); }
+inline bool operator!=(const limid_t& a, const limid_t& b) {
+  return !(a == b);
+}
 
 namespace std {
 /*

@@ -75,15 +75,17 @@ void ResetChip() {
 }
 
 std::optional<int> ResolvePort(int portOrGport) {
-  int port = -1;
   const uint32_t type = static_cast<uint32_t>(portOrGport) >> BCM_GPORT_TYPE_SHIFT;
+  const bool localGport =
+      type == BCM_GPORT_TYPE_LOCAL && (portOrGport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0;
+  const bool thisModuleGport =  // this chip is module 0
+      type == BCM_GPORT_TYPE_MODPORT &&
+      ((portOrGport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) == 0;
+  int port = -1;
   if (portOrGport >= 0 && type == 0) {
     port = portOrGport;
-  } else if (type == BCM_GPORT_TYPE_LOCAL && (portOrGport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0) {
+  } else if (localGport || thisModuleGport) {
     port = portOrGport & BCM_GPORT_LOCAL_PORT_MASK;
-  } else if (type == BCM_GPORT_TYPE_MODPORT && ((portOrGport >> BCM_GPORT_MODPORT_MODULE_SHIFT) &
-                                                BCM_GPORT_MODPORT_MODULE_MASK) == 0) {
-    port = portOrGport & BCM_GPORT_LOCAL_PORT_MASK;  // this chip is module 0
   }
   if (port < 0 || port >= Chip::kNumPorts)
     return std::nullopt;
@@ -111,8 +113,8 @@ std::string Hex(unsigned long long value) {
 }
 
 std::string PortArg(int port) {
-  return (port < 0 || port < (1 << BCM_GPORT_TYPE_SHIFT)) ? Dec(port)
-                                                          : Hex(static_cast<uint32_t>(port));
+  // Negative values (bit 31 set) print in decimal too.
+  return port < (1 << BCM_GPORT_TYPE_SHIFT) ? Dec(port) : Hex(static_cast<uint32_t>(port));
 }
 
 std::string Tpid(unsigned value) {

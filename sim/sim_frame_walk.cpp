@@ -332,7 +332,7 @@ class Walker {
       return;
     }
     Step("flood", note + ", " + std::to_string(targets.size()) +
-                         (targets.size() == 1 ? " copy" : " copies"));
+                      (targets.size() == 1 ? " copy" : " copies"));
     for (const auto& [port, untagged] : targets) {
       walk_.copies.push_back(FrameCopy{port, Egress(port, untagged)});
     }

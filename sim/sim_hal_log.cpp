@@ -48,7 +48,9 @@ void Record(bool isError, int levelOrCode, std::string text) {
   }
 }
 
-class SimHalCallbacks : public HalCallbacksItf {
+// Final, and the interface's destructor is protected: nothing can delete it through a base pointer.
+class SimHalCallbacks final  // NOLINT(cppcoreguidelines-virtual-class-destructor)
+    : public HalCallbacksItf {
  public:
   void log(int level, const char* fmt, ...) override {
     va_list args;

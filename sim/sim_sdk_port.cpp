@@ -136,7 +136,7 @@ int bcm_port_class_get(int unit, bcm_port_t port, bcm_port_class_t pclass, uint3
         if (pclass != bcmPortClassVlanTranslateEgress || pclass_id == nullptr) {
           return static_cast<int>(BCM_E_PARAM);
         }
-        return WithPort(m, port, [&](sim::PortState& p) {
+        return WithPort(m, port, [&](const sim::PortState& p) {
           *pclass_id = p.egressClass;
           return BCM_E_NONE;
         });

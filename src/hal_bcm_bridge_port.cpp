@@ -28,11 +28,25 @@ constexpr const char* kBlockingClient = "hal-stlp";
 
 HalBcmBridgePort* _halbp_global = nullptr;
 
+namespace {
+
+// Modules on several threads may call the factory at once, and every call publishes the address
+// again: the exported pointer keeps its plain type but is written and read atomically.
+void PublishInstance(HalBcmBridgePort* instance) {
+  __atomic_store_n(&_halbp_global, instance, __ATOMIC_RELEASE);
+}
+
+HalBcmBridgePort* PublishedInstance() {
+  return __atomic_load_n(&_halbp_global, __ATOMIC_ACQUIRE);
+}
+
+}  // namespace
+
 HalBridgePortItf::~HalBridgePortItf() = default;
 
 HalBridgePortItf* HalBridgePortItf::getInstance(
     std::shared_ptr<halswitchl2if::LagOrchestrator> lagOrchestrator) {
-  return HalBcmBridgePort::GetInstance(lagOrchestrator);
+  return HalBcmBridgePort::GetInstance(std::move(lagOrchestrator));
 }
 
 HalBcmBridgePort* HalBcmBridgePort::GetInstance(
@@ -40,7 +54,7 @@ HalBcmBridgePort* HalBcmBridgePort::GetInstance(
   // Construction is serialised by the guard of the function-local static; a constructor that
   // throws leaves the guard open, so the next call tries again.
   static HalBcmBridgePort instance(std::move(lagOrchestrator));
-  _halbp_global = &instance;
+  PublishInstance(&instance);
   return &instance;
 }
 
@@ -78,9 +92,10 @@ unsigned short HalBcmBridgePort::GetTpid(const limid_t& id) const {
 }
 
 unsigned short GetTpid(const limid_t& id) {
-  if (_halbp_global == nullptr)
+  const HalBcmBridgePort* service = PublishedInstance();
+  if (service == nullptr)
     return kDefaultTpid;
-  return _halbp_global->GetTpid(id);
+  return service->GetTpid(id);
 }
 
 // ---- Shared shapes of the attribute setters --------------------------------------------------
@@ -197,7 +212,7 @@ void DeleteStoredRules(RuleStore& store, const limid_t& id, Fn deleteRule) {
   const auto it = store.find(id);
   if (it == store.end())
     return;
-  std::set<vlanxlate::VlanMapping>& rules = it->second;
+  const std::set<vlanxlate::VlanMapping>& rules = it->second;
   for (auto next = rules.begin(); next != rules.end();) {
     const vlanxlate::VlanMapping rule = *next++;
     deleteRule(rule);
@@ -423,11 +438,12 @@ bcm_port_discard_e HalBcmBridgePort::TranslateHwValue(en_HalBridgePortAcceptable
 // ------------------------------------------------------------------------
 
 int BlockPort(limid_t port, bool block, const std::string& client) {
-  if (_halbp_global == nullptr) {
+  HalBcmBridgePort* service = PublishedInstance();
+  if (service == nullptr) {
     Hal()->log(3, "[HAL-BP] Error accessing internal unique instance of HAL BP");
     return -1;
   }
-  return _halbp_global->SetBlockPort(port, block, client);
+  return service->SetBlockPort(port, block, client);
 }
 
 int HalBcmBridgePort::SetBlockPort(limid_t port, bool block, const std::string& client) {

@@ -18,7 +18,9 @@ namespace halbd {
 
 DecodedName::DecodedName(limid_t id) : name_(HalBcmCommon::GetInstance()->DecodeLimId(id)) {}
 
-bool IsLag(limid_t id) { return limid_is_from_type(id, limid_type_lag) != 0; }
+bool IsLag(limid_t id) {
+  return limid_is_from_type(id, limid_type_lag) != 0;
+}
 
 bool IsLagByTypeCompare(limid_t id) {
   limid_type_t type = 0;

@@ -18,7 +18,9 @@ const char* bcm_errmsg(int rc);
 namespace halbd {
 
 // The logging callbacks of the HAL, asked for anew before every message.
-inline HalCallbacksItf* Hal() { return HalCallbacksItf::getInstance(); }
+inline HalCallbacksItf* Hal() {
+  return HalCallbacksItf::getInstance();
+}
 
 // The printable name of an identifier for one message. Built as an argument of the log call, it
 // is decoded after the callbacks are looked up and released when the full expression ends, also
@@ -54,18 +56,26 @@ inline bool IsLocalPortGport(int32_t gport) {
   return GportType(gport) == BCM_GPORT_TYPE_LOCAL && (gport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0;
 }
 
-inline int LocalPortOfGport(int32_t gport) { return gport & BCM_GPORT_LOCAL_PORT_MASK; }
+inline int LocalPortOfGport(int32_t gport) {
+  return gport & BCM_GPORT_LOCAL_PORT_MASK;
+}
 
 // The local port number of a gport, or -1 when it is not a valid local-port gport.
 inline int LocalPortOrInvalid(int32_t gport) {
   return IsLocalPortGport(gport) ? LocalPortOfGport(gport) : -1;
 }
 
-inline bool IsTrunkGport(int32_t gport) { return GportType(gport) == BCM_GPORT_TYPE_TRUNK; }
+inline bool IsTrunkGport(int32_t gport) {
+  return GportType(gport) == BCM_GPORT_TYPE_TRUNK;
+}
 
-inline int TrunkIdOfGport(int32_t gport) { return gport & BCM_GPORT_TRUNK_ID_MASK; }
+inline int TrunkIdOfGport(int32_t gport) {
+  return gport & BCM_GPORT_TRUNK_ID_MASK;
+}
 
-inline bool IsModulePortGport(int32_t gport) { return GportType(gport) == BCM_GPORT_TYPE_MODPORT; }
+inline bool IsModulePortGport(int32_t gport) {
+  return GportType(gport) == BCM_GPORT_TYPE_MODPORT;
+}
 
 }  // namespace halbd
 

@@ -44,7 +44,8 @@ void VlanOrchestratorImpl::DeregisterClient(unsigned int priority, const std::st
 void VlanOrchestratorImpl::NotifyMemberAddedToVlan(const unsigned short& vlan,
                                                    const limid_t& interface, bool tagged) {
   for (auto& [key, callback] : clients) {
-    if (!callback.vlan_add) continue;
+    if (!callback.vlan_add)
+      continue;
     if (!callback.vlan_add(vlan, interface, tagged)) {
       InterfaceName intf(interface);
       halbd::Hal()->log(kWarning, "Client %s: returned error on vlan_add, vlan: %u interface: %s",
@@ -57,7 +58,8 @@ void VlanOrchestratorImpl::NotifyMemberRemovedFromVlan(const unsigned short& vla
                                                        const limid_t& interface) {
   for (auto it = clients.rbegin(); it != clients.rend(); ++it) {
     auto& callback = it->second;
-    if (!callback.vlan_remove) continue;
+    if (!callback.vlan_remove)
+      continue;
     if (!callback.vlan_remove(vlan, interface)) {
       InterfaceName intf(interface);
       halbd::Hal()->log(kWarning,

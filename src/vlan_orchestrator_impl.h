@@ -12,8 +12,7 @@ namespace halswitchbd {
 
 class VlanOrchestratorImpl : public VlanOrchestrator {
  public:
-  void RegisterClient(unsigned int priority, const std::string& name,
-                      Callback&& callback) override;
+  void RegisterClient(unsigned int priority, const std::string& name, Callback&& callback) override;
   void DeregisterClient(unsigned int priority, const std::string& name) override;
 
   // Only the bridge-domain service notifies; holders of the interface can only (de)register.

@@ -239,6 +239,8 @@ TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate
   EXPECT_EQ(BlockPort(Eth(2), false, kClient), -1);
 
   EXPECT_EQ(LogLines(),
+            // One message split over two lines, not a missing comma.
+            // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
             (Lines{"log(3): [HAL-BP] Discard port of interface (lag1) not allowed for low-level "
                    "client (HAL-STLP)",
                    "log(3): [HAL-BP] Error setting eth1/1 port value: 1 - Invalid parameter.",

@@ -14,7 +14,8 @@ using sim::Frame;
 using sim::FrameTag;
 
 std::vector<std::string> Outcome(const sim::FrameWalk& walk) {
-  if (walk.dropped) return {"drop@" + walk.dropStage + ": " + walk.dropReason};
+  if (walk.dropped)
+    return {"drop@" + walk.dropStage + ": " + walk.dropReason};
   std::vector<std::string> copies;
   for (const sim::FrameCopy& copy : walk.copies) {
     copies.push_back(std::to_string(copy.port) + ":" + sim::FormatFrame(copy.frame));
@@ -54,8 +55,7 @@ TEST_F(FrameWalkLibraryTest, PortJoiningALagFloodsInTheLagsVlansUntilItLeaves) {
   EXPECT_EQ(Outcome(sim::WalkFrame(1, untagged)),
             std::vector<std::string>{"drop@flood: no egress port"});
   orchestrator->AddMember(lag, Port(3));
-  EXPECT_EQ(Outcome(sim::WalkFrame(1, untagged)),
-            std::vector<std::string>{"3:[0x8100 20 p0]"});
+  EXPECT_EQ(Outcome(sim::WalkFrame(1, untagged)), std::vector<std::string>{"3:[0x8100 20 p0]"});
   orchestrator->DeleteMember(lag, Port(3));
   EXPECT_EQ(Outcome(sim::WalkFrame(1, untagged)),
             std::vector<std::string>{"drop@flood: no egress port"});
@@ -94,8 +94,7 @@ TEST_F(FrameWalkLibraryTest, BlockingStopsIngressAndUnblockingRestoresTheFrameTy
   ASSERT_EQ(bridgePort->SetNativeVlan(Port(1), 10), 0);
   const Frame untagged;
   const Frame tagged{{FrameTag{0x8100, 10, 0}}};
-  EXPECT_EQ(Outcome(sim::WalkFrame(1, untagged)),
-            std::vector<std::string>{"2:[0x8100 10 p0]"});
+  EXPECT_EQ(Outcome(sim::WalkFrame(1, untagged)), std::vector<std::string>{"2:[0x8100 10 p0]"});
 
   ASSERT_EQ(BlockPort(Port(1), true, "hal-stlp"), 0);
   ASSERT_EQ(bridgePort->SetAcceptableFrameType(Port(1), HAL_BP_ADMIT_ONLY_TAGGED), 0);

@@ -64,7 +64,7 @@ class PlatformTest : public SimTest {
   }
   // The log lines since the last take; forgets them, the trace and the faults.
   static Lines TakeLog() {
-    const Lines lines = LogLines();
+    Lines lines = LogLines();
     ClearRecords();
     sim::chip().ClearFaults();
     return lines;

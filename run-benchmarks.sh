@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# Builds and runs the performance suite (bench/, docs/PERFORMANCE.md) and prints its figures. On a
+# fresh Debian machine it first installs what is missing (apt-get, needs root). Not part of the
+# tests or of CI: the figures depend on the machine and on what else runs on it.
+#   ./run-benchmarks.sh [--quick] [--no-wait] [--filter REGEX]
+# - builds halbd-bench and halbd-bench-memory in $BUILD_DIR (default build-bench, RelWithDebInfo;
+#   BUILD_TYPE=Release for a release build);
+# - waits (up to $WAIT_MINUTES, default 20) until the 1-minute load average is at most $MAX_LOAD
+#   (default 1.0), so that other work does not take the figures' time; then runs anyway, saying so;
+# - runs every timing scenario $REPETITIONS times (default 5) in random interleaving and reports
+#   the medians, followed by the summary against the issue's targets; the results also go to
+#   $BUILD_DIR/bench-results.json;
+# - runs the memory program: the books' heap bytes, then the peak resident size of the full switch,
+#   each peak in a process of its own.
+# --quick: one short repetition, to try the suite; --no-wait: skip the wait for a quiet machine;
+# --filter: only the timing scenarios whose name matches (Google Benchmark's regular expression).
+set -uo pipefail
+cd "$(dirname "$0")" || exit 1
+
+build_dir=${BUILD_DIR:-build-bench}
+build_type=${BUILD_TYPE:-RelWithDebInfo}
+jobs=${JOBS:-$(nproc)}
+max_load=${MAX_LOAD:-1.0}
+wait_minutes=${WAIT_MINUTES:-20}
+repetitions=${REPETITIONS:-5}
+min_time=${MIN_TIME:-0.2}
+quick=0 wait_for_quiet=1 filter=""
+
+while [ $# -gt 0 ]; do
+  case $1 in
+    --quick) quick=1 ;;
+    --no-wait) wait_for_quiet=0 ;;
+    --filter) shift; filter=${1:-} ;;
+    *) echo "usage: $0 [--quick] [--no-wait] [--filter REGEX]" >&2; exit 2 ;;
+  esac
+  shift
+done
+
+# The configure step reads the whole tree, whose tests need GoogleTest.
+packages=(g++ cmake ninja-build libbenchmark-dev libgtest-dev libgmock-dev)
+
+section() { printf '\n== %s\n' "$*"; }
+
+# ---- Packages --------------------------------------------------------------------------------------
+missing=()
+for package in "${packages[@]}"; do
+  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "error: not root, cannot install: ${missing[*]}" >&2
+    exit 1
+  fi
+  if ! { apt-get update -qq &&
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
+      >/dev/null; }; then
+    echo "error: could not install ${missing[*]}" >&2
+    exit 1
+  fi
+fi
+
+# ---- Build -----------------------------------------------------------------------------------------
+section "Build ($build_type) in $build_dir"
+log=$(mktemp)
+if ! cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" >"$log" 2>&1; then
+  cat "$log"
+  rm -f "$log"
+  exit 1
+fi
+rm -f "$log"
+cmake --build "$build_dir" -j "$jobs" --target halbd-bench halbd-bench-memory || exit 1
+bench=$build_dir/bench/halbd-bench
+memory=$build_dir/bench/halbd-bench-memory
+
+# ---- A quiet machine -------------------------------------------------------------------------------
+load() { cut -d' ' -f1 /proc/loadavg; }
+quiet() { awk -v load="$(load)" -v max="$max_load" 'BEGIN { exit !(load <= max) }'; }
+
+if [ $wait_for_quiet -eq 1 ] && [ $quick -eq 0 ]; then
+  waited=0
+  while ! quiet && [ $waited -lt $((wait_minutes * 60)) ]; do
+    [ $((waited % 60)) -eq 0 ] && echo "load $(load) > $max_load: waiting for a quiet machine..."
+    sleep 10
+    waited=$((waited + 10))
+  done
+  quiet || echo "warning: the load is still $(load) after $wait_minutes minutes; the figures are noisy"
+fi
+
+section "Machine"
+echo "cpu: $(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -1), $(nproc) cores"
+echo "load before: $(cut -d' ' -f1-3 /proc/loadavg)"
+
+# ---- Timing ----------------------------------------------------------------------------------------
+section "Time per operation and SDK calls per operation"
+timing_args=(--benchmark_counters_tabular=true)
+if [ $quick -eq 1 ]; then
+  timing_args+=(--benchmark_min_time=0.01)
+else
+  timing_args+=(--benchmark_min_time="$min_time" --benchmark_repetitions="$repetitions"
+    --benchmark_report_aggregates_only=true --benchmark_enable_random_interleaving=true)
+fi
+[ -n "$filter" ] && timing_args+=(--benchmark_filter="$filter")
+"$bench" "${timing_args[@]}" --benchmark_out="$build_dir/bench-results.json" \
+  --benchmark_out_format=json
+rc=$?
+echo "load after: $(cut -d' ' -f1-3 /proc/loadavg)"
+
+# ---- Memory ----------------------------------------------------------------------------------------
+if [ -z "$filter" ]; then
+  section "Heap bytes of the books (counting allocator)"
+  "$memory" --benchmark_filter='^books/' --benchmark_counters_tabular=true || rc=1
+  section "Peak resident memory of the full switch (one process each)"
+  for chip in model null; do
+    "$memory" --benchmark_filter="^peakRss/fullSwitch/$chip/" --benchmark_counters_tabular=true ||
+      rc=1
+  done
+fi
+exit $rc

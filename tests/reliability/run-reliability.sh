@@ -1,0 +1,116 @@
+#!/usr/bin/env bash
+# Reliability run: the whole test suite under AddressSanitizer + UndefinedBehaviorSanitizer (leaks
+# included), the concurrent-first-use test under ThreadSanitizer, and a bounded run of the
+# model-based fuzzer. Each has a build directory of its own beside the default build.
+#
+#   tests/reliability/run-reliability.sh [asan] [tsan] [fuzz]     (default: all three)
+#   FUZZ_SECONDS=3600 FUZZ_JOBS=2 tests/reliability/run-reliability.sh fuzz
+#
+# On a fresh Debian machine it first installs what is missing (needs root for apt-get).
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+phases=("$@")
+[ ${#phases[@]} -eq 0 ] && phases=(asan tsan fuzz)
+fuzz_seconds=${FUZZ_SECONDS:-60}
+fuzz_jobs=${FUZZ_JOBS:-1}
+jobs=${JOBS:-2}
+
+packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils clang libclang-rt-dev)
+missing=()
+for package in "${packages[@]}"; do
+  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "error: missing packages and not root; install them: ${missing[*]}" >&2
+    exit 1
+  fi
+  apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# GCC links the sanitizer runtimes into shared libraries too, so the library and the simulated
+# platform keep linking with --no-undefined. It also warns about uninitialised values inside
+# instrumented standard-library code that are not there, hence -Wno-maybe-uninitialized.
+configure() {
+  local dir=$1 sanitizers=$2
+  local flags="$sanitizers -g -fno-omit-frame-pointer -Wno-maybe-uninitialized"
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
+    -DCMAKE_EXE_LINKER_FLAGS="$sanitizers" -DCMAKE_SHARED_LINKER_FLAGS="$sanitizers" >/dev/null
+}
+
+phase_asan() {
+  configure build-asan "-fsanitize=address,undefined -fno-sanitize-recover=all"
+  cmake --build build-asan -j"$jobs"
+  # The installed-package check builds an example without the sanitizer runtime against the
+  # instrumented library, which cannot load; the default build runs it.
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --test-dir build-asan -j"$jobs" --output-on-failure -E '^InstalledPackage'
+  ASAN_OPTIONS=detect_leaks=1 build-asan/tests/reliability/fault_sweep_test | grep '^\[ sweep'
+  ASAN_OPTIONS=detect_leaks=1 build-asan/tests/reliability/fuzz_corpus_test | grep '^\[ corpus'
+}
+
+phase_tsan() {
+  configure build-tsan "-fsanitize=thread"
+  cmake --build build-tsan -j"$jobs" --target singleton_race_test
+  TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/reliability/singleton_race_test
+}
+
+# Only the library carries the coverage instrumentation (see tests/reliability/CMakeLists.txt).
+# The seeds are copied, so that the run's new inputs stay in the build directory; an input that
+# breaks a check is written to build-fuzz/artifacts/ and belongs in
+# tests/reliability/fuzz/regressions/ once the fault is fixed.
+phase_fuzz() {
+  CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DHALBD_FUZZ=ON >/dev/null
+  cmake --build build-fuzz -j"$jobs" --target halbd_model_fuzzer
+  mkdir -p build-fuzz/corpus build-fuzz/artifacts
+  cp tests/reliability/fuzz/corpus/* build-fuzz/corpus/
+  local log=build-fuzz/fuzz.log
+  local parallel=()
+  [ "$fuzz_jobs" -gt 1 ] && parallel=(-fork="$fuzz_jobs")
+  local status=0
+  ASAN_OPTIONS=detect_leaks=1 build-fuzz/tests/reliability/halbd_model_fuzzer build-fuzz/corpus \
+    -max_total_time="$fuzz_seconds" -max_len=256 -print_final_stats=1 "${parallel[@]}" \
+    -artifact_prefix=build-fuzz/artifacts/ >"$log" 2>&1 || status=$?
+  if [ "$status" -ne 0 ]; then
+    grep -E '^(  |violation:)|ERROR|SUMMARY|Test unit written' "$log" | head -60
+    return 1
+  fi
+  local edges executions
+  edges=$(grep -m1 -oE '[0-9]+ inline 8-bit counters' "$log" | cut -d' ' -f1)
+  executions=$(grep -oE 'number_of_executed_units: [0-9]+' "$log" | awk '{n += $2} END {print n}')
+  local format="[ fuzz     ] %s s: %s executions, %s of %s library edges covered, %s features,"
+  format+=" %s inputs in the corpus, no broken check\n"
+  grep -oE 'cov: [0-9]+ ft: [0-9]+ corp: [0-9]+' "$log" | tail -1 |
+    awk -v f="$format" -v s="$fuzz_seconds" -v n="$executions" -v e="$edges" \
+      '{printf f, s, n, $2, e, $4, $6}'
+}
+
+failed=0
+passed=0
+for phase in "${phases[@]}"; do
+  echo "== reliability: $phase"
+  start=$SECONDS
+  # A subshell of its own, so that the first failing command ends the phase.
+  set +e
+  (
+    set -e
+    "phase_$phase"
+  )
+  status=$?
+  set -e
+  if [ "$status" -eq 0 ]; then
+    passed=$((passed + 1))
+    echo "== $phase passed in $((SECONDS - start)) s"
+  else
+    failed=$((failed + 1))
+    echo "== $phase FAILED after $((SECONDS - start)) s"
+  fi
+done
+echo "reliability: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
