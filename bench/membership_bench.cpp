@@ -2,6 +2,8 @@
 // and untagged, and of a LAG of 8 members, while the other 47 ports are members of N VLANs; and
 // getMembers of a VLAN of many members.
 #include <set>
+#include <utility>
+#include <vector>
 
 #include "bench_platform.h"
 #include "canned_members.h"
@@ -69,17 +71,17 @@ void GetMembers(benchmark::State& state, Chip chip) {
   constexpr int kFirstCannedPort = 64;
   bench::ResetPlatform(chip, kVlan);
   HalBcmBridgeDomain* domain = bench::TheServices().domain;
-  std::vector<bcm_gport_t> canned;
   bool ready = true;
   if (chip == Chip::Model) {
     ready = bench::AddToVlans(bench::Ports(0, members - 1), kVlan, kVlan, true);
   } else {
+    std::vector<bcm_gport_t> canned;
     for (unsigned k = 0; k < members; ++k) {
       const int gport = sim::LocalGport(kFirstCannedPort + static_cast<int>(k));
       sim::common().AddGportOnly(sim::EthernetPort(kCannedSlot, k), gport);
       canned.push_back(gport);
     }
-    bench::SetCannedMembers(canned);
+    bench::SetCannedMembers(std::move(canned));
   }
   if (!ready)
     state.SkipWithError("set-up failed");

@@ -75,6 +75,7 @@ void Memberships(benchmark::State& state, bool lag) {
     const HeapDelta copied;
     const VlanMemberTable copy = sim::common().VlanMembers();
     const bench::HeapUse table = copied.Delta();
+    benchmark::DoNotOptimize(copy);
     const bench::HeapUse books{total.bytes - table.bytes, total.blocks - table.blocks};
     ReportPerUnit(state, "membership", books, table, static_cast<int64_t>(members.size()) * vlans);
     bench::DelFromVlans(members, 1, vlans);

@@ -7,21 +7,12 @@
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 #include "sim_test.h"
+#include "walk_outcome.h"
 
 namespace {
 
 using sim::Frame;
 using sim::FrameTag;
-
-std::vector<std::string> Outcome(const sim::FrameWalk& walk) {
-  if (walk.dropped)
-    return {"drop@" + walk.dropStage + ": " + walk.dropReason};
-  std::vector<std::string> copies;
-  for (const sim::FrameCopy& copy : walk.copies) {
-    copies.push_back(std::to_string(copy.port) + ":" + sim::FormatFrame(copy.frame));
-  }
-  return copies;
-}
 
 class FrameWalkLibraryTest : public SimTest {
  protected:

@@ -4,6 +4,7 @@
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 #include "sim_test.h"
+#include "walk_outcome.h"
 
 namespace {
 
@@ -18,17 +19,6 @@ Frame Tagged(uint16_t vlan, uint16_t tpid = 0x8100, uint8_t priority = 0) {
 }
 Frame DoubleTagged(uint16_t outer, uint16_t inner, uint16_t outerTpid = 0x88a8) {
   return Frame{{FrameTag{outerTpid, outer, 0}, FrameTag{0x8100, inner, 0}}};
-}
-
-// Copies as "port:frame", or "drop@stage: reason".
-std::vector<std::string> Outcome(const sim::FrameWalk& walk) {
-  if (walk.dropped)
-    return {"drop@" + walk.dropStage + ": " + walk.dropReason};
-  std::vector<std::string> copies;
-  for (const sim::FrameCopy& copy : walk.copies) {
-    copies.push_back(std::to_string(copy.port) + ":" + sim::FormatFrame(copy.frame));
-  }
-  return copies;
 }
 
 bcm_vlan_action_set_t Action(const std::function<void(bcm_vlan_action_set_t&)>& fill) {

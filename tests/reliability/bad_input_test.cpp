@@ -35,7 +35,9 @@ struct BadInput {
 };
 
 // Test names and failure messages name the case by its operation, not by the record's bytes.
-void PrintTo(const BadInput& input, std::ostream* os) { *os << Describe(input.op); }
+void PrintTo(const BadInput& input, std::ostream* os) {
+  *os << Describe(input.op);
+}
 
 BadInput Refused(Op op, Lines log, Lines changes = {}) {
   return {op, kRefused, std::move(log), std::move(changes)};
