@@ -86,13 +86,11 @@ void LogRefusedEgressRule(const VlanMapping& rule) {
   Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
 }
 
-// The rules stored for id when rule is among them, else null.
-std::set<VlanMapping>* StoredSetHolding(std::map<limid_t, std::set<VlanMapping>>& store,
-                                        const limid_t& id, const VlanMapping& rule) {
+// The rules stored for id, or null when it has none.
+std::set<VlanMapping>* StoredRules(std::map<limid_t, std::set<VlanMapping>>& store,
+                                   const limid_t& id) {
   auto entry = store.find(id);
-  if (entry == store.end() || entry->second.count(rule) == 0)
-    return nullptr;
-  return &entry->second;
+  return entry == store.end() ? nullptr : &entry->second;
 }
 
 // ---- Ingress ------------------------------------------------------------------------------------
@@ -507,8 +505,10 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
   // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
   // not. A rule that is not stored is not on the chip either, so there is nothing to do.
   if (stage == Stage::Ingress) {
-    std::set<VlanMapping>* rules = StoredSetHolding(ingressVlanMappings, id, rule);
-    if (rules == nullptr) {
+    // One search finds the rule and the place to erase it from.
+    std::set<VlanMapping>* rules = StoredRules(ingressVlanMappings, id);
+    const auto stored = rules != nullptr ? rules->find(rule) : std::set<VlanMapping>::iterator{};
+    if (rules == nullptr || stored == rules->end()) {
       const std::string text = Rendered(rule);
       Hal()->log(kLogInfo,
                  "Skipping deletion of already inexistent ingress VLAN translate rule:\n%s",
@@ -520,12 +520,14 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
       LogRefusedIngressRule(rule, qinq);
       return -1;
     }
-    rules->erase(rule);
+    rules->erase(stored);
     return 0;
   }
   if (stage == Stage::Egress) {
-    std::set<VlanMapping>* rules = StoredSetHolding(egressVlanMappings, id, rule);
-    if (rules == nullptr) {
+    // One search finds the rule and the place to erase it from.
+    std::set<VlanMapping>* rules = StoredRules(egressVlanMappings, id);
+    const auto stored = rules != nullptr ? rules->find(rule) : std::set<VlanMapping>::iterator{};
+    if (rules == nullptr || stored == rules->end()) {
       const std::string text = Rendered(rule);
       Hal()->log(kLogInfo,
                  "Skipping deletion of already inexistent egress VLAN translate rule:\n%s",
@@ -536,7 +538,7 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
       LogRefusedEgressRule(rule);
       return -1;
     }
-    rules->erase(rule);
+    rules->erase(stored);
     return 0;
   }
   return 0;

@@ -60,12 +60,14 @@ std::optional<int> TakeGport(Arguments& args) {
   if (kind == "none")
     return std::nullopt;
   if (kind == "local") {
-    return sim::LocalGport(ParseInteger(args.Take("local port"), 0, kMaxPortNumber, "local port"));
+    return sim::LocalGport(
+        static_cast<int>(ParseInteger(args.Take("local port"), 0, kMaxPortNumber, "local port")));
   }
   if (kind == "module") {
-    const int module =
-        ParseInteger(args.Take("module"), 0, BCM_GPORT_MODPORT_MODULE_MASK, "module");
-    const int port = ParseInteger(args.Take("module port"), 0, kMaxPortNumber, "module port");
+    const auto module = static_cast<int>(
+        ParseInteger(args.Take("module"), 0, BCM_GPORT_MODPORT_MODULE_MASK, "module"));
+    const auto port =
+        static_cast<int>(ParseInteger(args.Take("module port"), 0, kMaxPortNumber, "module port"));
     return sim::ModuleGport(module, port);
   }
   throw ScenarioError("gport kind must be local, module or none: '" + kind + "'");
@@ -95,7 +97,8 @@ Action PrepareLag(const Session&, Arguments& args) {
   const limid_t lag = ParseNameOfKind(name, sim::IdKind::Lag, "LAG name must read lag<n>");
   if (sim::common().HasLag(lag))
     throw ScenarioError(name + " is already declared");
-  const int trunkId = ParseInteger(args.Take("trunkId"), 0, BCM_GPORT_TRUNK_ID_MASK, "trunkId");
+  const auto trunkId =
+      static_cast<int>(ParseInteger(args.Take("trunkId"), 0, BCM_GPORT_TRUNK_ID_MASK, "trunkId"));
   args.ExpectEnd();
   return [=](Session& s) {
     s.Declare(lag, DeclaredInterface{sim::TrunkGport(trunkId), trunkId});
@@ -130,7 +133,7 @@ Command ChipSwitch(const std::string& what, const std::string& summary,
 }
 
 std::string TakeSdkFunction(Arguments& args) {
-  const std::string function = args.Take("function");
+  std::string function = args.Take("function");
   if (std::find(kSdkFunctions.begin(), kSdkFunctions.end(), function) == kSdkFunctions.end()) {
     throw ScenarioError("unknown SDK function '" + function + "'");
   }
@@ -139,7 +142,7 @@ std::string TakeSdkFunction(Arguments& args) {
 
 Action PrepareFail(const Session&, Arguments& args) {
   const std::string function = TakeSdkFunction(args);
-  const int count = ParseInteger(args.Take("count"), 1, INT_MAX, "count");
+  const auto count = static_cast<int>(ParseInteger(args.Take("count"), 1, INT_MAX, "count"));
   const int rc = ParseNumber<int>(args.Take("rc"), "rc");
   args.ExpectEnd();
   return [=](Session&) { sim::chip().FailNext(function, count, rc); };
@@ -147,7 +150,7 @@ Action PrepareFail(const Session&, Arguments& args) {
 
 Action PrepareFailNth(const Session&, Arguments& args) {
   const std::string function = TakeSdkFunction(args);
-  const int nth = ParseInteger(args.Take("nth"), 1, INT_MAX, "nth");
+  const auto nth = static_cast<int>(ParseInteger(args.Take("nth"), 1, INT_MAX, "nth"));
   const int rc = ParseNumber<int>(args.Take("rc"), "rc");
   args.ExpectEnd();
   return [=](Session&) { sim::chip().FailNth(function, nth, rc); };

@@ -46,13 +46,12 @@ const char* Bool(bool value) {
 
 std::optional<int> ChipPortOfGport(int gport) {
   const unsigned type = static_cast<unsigned>(gport) >> BCM_GPORT_TYPE_SHIFT;
-  int port = -1;
-  if (type == BCM_GPORT_TYPE_LOCAL && (gport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0) {
-    port = gport & BCM_GPORT_LOCAL_PORT_MASK;
-  } else if (type == BCM_GPORT_TYPE_MODPORT &&
-             ((gport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) == 0) {
-    port = gport & BCM_GPORT_LOCAL_PORT_MASK;  // the simulated chip is module 0
-  }
+  const bool localGport =
+      type == BCM_GPORT_TYPE_LOCAL && (gport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0;
+  const bool thisModuleGport =  // the simulated chip is module 0
+      type == BCM_GPORT_TYPE_MODPORT &&
+      ((gport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) == 0;
+  const int port = (localGport || thisModuleGport) ? gport & BCM_GPORT_LOCAL_PORT_MASK : -1;
   if (port < 0 || port >= sim::Chip::kNumPorts)
     return std::nullopt;
   return port;
