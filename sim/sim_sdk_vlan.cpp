@@ -22,6 +22,17 @@ int WithVlan(ChipModel& model, bcm_vlan_t vlan, Body body) {
   return body(it->second);
 }
 
+// The same for a call on one port of the VLAN: the VLAN must exist and the port be of this chip.
+template <typename Body>
+int WithVlanPort(ChipModel& model, bcm_vlan_t vlan, bcm_gport_t port, Body body) {
+  return WithVlan(model, vlan, [&](sim::VlanState& v) {
+    auto resolved = sim::internal::ResolvePort(port);
+    if (!resolved)
+      return static_cast<int>(BCM_E_PORT);
+    return body(v, *resolved);
+  });
+}
+
 bcm_gport_t ReportedGport(const ChipModel& model, int port) {
   return model.reportModuleGports ? sim::ModuleGport(0, port) : sim::LocalGport(port);
 }
@@ -47,12 +58,9 @@ int bcm_vlan_gport_add(int unit, bcm_vlan_t vlan, bcm_gport_t port, int flags) {
       },
       unit,
       [&](ChipModel& m) {
-        return WithVlan(m, vlan, [&](sim::VlanState& v) {
-          auto resolved = sim::internal::ResolvePort(port);
-          if (!resolved)
-            return static_cast<int>(BCM_E_PORT);
+        return WithVlanPort(m, vlan, port, [&](sim::VlanState& v, int chipPort) {
           // Adding a member again only updates its untagged flag.
-          v.members[*resolved] = (flags & BCM_VLAN_GPORT_ADD_UNTAGGED) != 0;
+          v.members[chipPort] = (flags & BCM_VLAN_GPORT_ADD_UNTAGGED) != 0;
           return static_cast<int>(BCM_E_NONE);
         });
       });
@@ -66,12 +74,9 @@ int bcm_vlan_gport_delete(int unit, bcm_vlan_t vlan, bcm_gport_t port) {
       },
       unit,
       [&](ChipModel& m) {
-        return WithVlan(m, vlan, [&](sim::VlanState& v) {
-          auto resolved = sim::internal::ResolvePort(port);
-          if (!resolved)
-            return static_cast<int>(BCM_E_PORT);
-          return v.members.erase(*resolved) ? static_cast<int>(BCM_E_NONE)
-                                            : static_cast<int>(BCM_E_NOT_FOUND);
+        return WithVlanPort(m, vlan, port, [&](sim::VlanState& v, int chipPort) {
+          return v.members.erase(chipPort) ? static_cast<int>(BCM_E_NONE)
+                                           : static_cast<int>(BCM_E_NOT_FOUND);
         });
       });
 }
@@ -99,13 +104,10 @@ int bcm_vlan_gport_get(int unit, bcm_vlan_t vlan, bcm_gport_t port, int* flags) 
       },
       unit,
       [&](ChipModel& m) {
-        return WithVlan(m, vlan, [&](sim::VlanState& v) {
-          auto resolved = sim::internal::ResolvePort(port);
-          if (!resolved)
-            return static_cast<int>(BCM_E_PORT);
+        return WithVlanPort(m, vlan, port, [&](sim::VlanState& v, int chipPort) {
           if (flags == nullptr)
             return static_cast<int>(BCM_E_PARAM);
-          auto member = v.members.find(*resolved);
+          auto member = v.members.find(chipPort);
           if (member == v.members.end())
             return static_cast<int>(BCM_E_NOT_FOUND);
           *flags = member->second ? BCM_VLAN_GPORT_ADD_UNTAGGED : 0;
