@@ -42,6 +42,7 @@ const std::vector<std::string> kSdkFunctions = {
 };
 
 constexpr int kMaxPortNumber = BCM_GPORT_LOCAL_PORT_MASK;
+constexpr bcm_vlan_t kReservedVlan = 4095;
 
 // The identifier a set-up command declares; it must be of the kind the command declares.
 limid_t ParseNameOfKind(const std::string& name, sim::IdKind kind, const std::string& mistake) {
@@ -115,7 +116,18 @@ Action PrepareVlan(const Session&, Arguments& args) {
   if (sim::chip().HasVlan(vlan)) {
     throw ScenarioError("VLAN " + std::to_string(vlan) + " already exists on the chip");
   }
+  const int rc = sim::Chip::VlanCreationCode(vlan);
+  if (rc != BCM_E_NONE) {
+    throw ScenarioError("the chip refuses to create VLAN " + std::to_string(vlan) + ": " +
+                        _shr_errmsg[-rc] + " (" + std::to_string(rc) +
+                        "); VLAN 0 marks priority-tagged frames");
+  }
   return [=](Session& s) {
+    if (vlan == kReservedVlan) {
+      s.Print(
+          "warning: VLAN 4095 is reserved by 802.1Q; the library also writes it as the "
+          "untagged VLAN of a port without a native VLAN");
+    }
     const bcm_multicast_t group = sim::chip().CreateVlan(vlan, withGroup);
     s.Print(group != 0 ? "broadcast group " + Hex(static_cast<unsigned>(group))
                        : "no broadcast group");

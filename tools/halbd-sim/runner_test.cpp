@@ -81,6 +81,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"port lag2 local 2", "port name must read eth<slot>/<port>: 'lag2'"},
         BadLine{"vlan 10", "VLAN 10 already exists on the chip"},
         BadLine{"vlan 4096", "vlan out of range (0 to 4095): 4096"},
+        BadLine{"vlan 0",
+                "the chip refuses to create VLAN 0: Invalid parameter (-4); VLAN 0 "
+                "marks priority-tagged frames"},
         BadLine{"show",
                 "show needs one of: ports, vlans, ingress, egress, lags, member-table, "
                 "trace"},

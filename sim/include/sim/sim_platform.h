@@ -160,7 +160,12 @@ class Chip {
   // -- set-up (no trace) --
   // Creates a VLAN, with a broadcast replication group of its own unless told otherwise.
   // Returns the group (0 without one).
+  // Throws std::invalid_argument for a VLAN the chip refuses to create (VlanCreationCode).
   bcm_multicast_t CreateVlan(bcm_vlan_t vlan, bool withBroadcastGroup = true);
+  // The chip's answer to creating a VLAN: BCM_E_PARAM for VLAN 0, which marks priority-tagged
+  // frames, and for numbers above 4095; else BCM_E_NONE. VLAN 4095, reserved by 802.1Q, is
+  // created: the library writes it as the untagged VLAN of a port without a native VLAN.
+  static int VlanCreationCode(bcm_vlan_t vlan);
   void DestroyVlan(bcm_vlan_t vlan);
   // Chooses the identification words of soc_control for the unit.
   void SetControlWords(uint32_t chipType, uint32_t xlatePktPrio, uint32_t familyFlags);
