@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "sim/sim_lag_orchestrator.h"
 #include "sim_test.h"
 
 namespace {
@@ -122,5 +123,25 @@ TEST_F(SimChipRefusals, OutOfRangeArgumentsAreRefusedWithTheChipsCode) {
 }
 
 #undef CODE
+
+// The LAG manager raises no event for a change that cannot happen, and lists nothing for it.
+TEST_F(SimChipRefusals, LagManagerRaisesNoImpossibleMembershipChange) {
+  sim::LagOrchestratorSim lags;
+  const limid_t lag5 = sim::Lag(5), lag6 = sim::Lag(6), eth1 = sim::EthernetPort(1, 1);
+  sim::common().AddLag(lag5, 5);
+  sim::common().AddLag(lag6, 6);
+  lags.AddMember(lag5, eth1);
+  const struct {
+    bool add;
+    limid_t lag;
+  } impossible[] = {{true, lag5}, {true, lag6}, {false, lag6}};
+  for (const auto& c : impossible) {
+    EXPECT_THROW(c.add ? lags.AddMember(c.lag, eth1) : lags.DeleteMember(c.lag, eth1),
+                 std::invalid_argument)
+        << c.add << " " << sim::NameOf(c.lag);
+  }
+  EXPECT_EQ(sim::common().LagOf(eth1), lag5);
+  EXPECT_TRUE(HalBcmCommon::GetInstance()->GetLagMembers(lag6).empty());
+}
 
 }  // namespace

@@ -220,6 +220,32 @@ TEST_F(RunnerTest, AnExceptionLeavingTheLibraryIsItsOutcome) {
       << out_.str();
 }
 
+TEST_F(RunnerTest, ImpossibleSetUpAndLagChangesAreRefusedWholeAndOddRulesWarned) {
+  const int status =
+      Run("port eth1/1 local 1\nport eth1/2 local 2\nlag lag5 5\nlag lag6 6\n"
+          "memberAdded lag5 eth1/1\nport eth1/3 module 0 1\nlag lag7 5\nmemberAdded lag5 eth1/1\n"
+          "memberAdded lag6 eth1/1\nmemberDeleted lag6 eth1/2\n"
+          "AddVlanMappingRule eth1/2 ingress match outer 100 replace\n"
+          "AddVlanMappingRule eth1/2 ingress match outer 200 op 99 outer 7\n",
+          true);
+
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err_.str(),
+            "test.scn:6: chip port 1 is already eth1/1\n"
+            "test.scn:7: trunk 5 is already lag5\n"
+            "test.scn:8: eth1/1 is already a member of lag5\n"
+            "test.scn:9: eth1/1 is a member of lag5: it leaves lag5 (member deleted) before it "
+            "joins lag6 (member added)\n"
+            "test.scn:10: eth1/2 is not a member of lag6\n");
+  EXPECT_EQ(sim::common().LagOf(sim::EthernetPort(1, 1)), sim::Lag(5));
+  EXPECT_NE(out_.str().find("  warning: the rule gives no outer tag to write: it writes VLAN 0\n"
+                            "  result: 0\n  warning: operation 99 is none the library knows: "
+                            "the rule is installed without tag actions and does nothing\n"
+                            "  result: 0\n"),
+            std::string::npos)
+      << out_.str();
+}
+
 TEST_F(RunnerTest, EventsOnADeletedLagAskForItToBeDeclaredAgain) {
   EXPECT_EQ(Run("port eth1/1 local 1\nlag lag5 5\nlagDeleted lag5\nmemberAdded lag5 eth1/1\n"), 1);
   EXPECT_EQ(err_.str(), "test.scn:4: lag5 was deleted: declare it again with 'lag'\n");

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -61,6 +62,8 @@ class Common {
   // Forgets a LAG's member list; GetLagMembers then throws for it.
   void ForgetLag(limid_t lag);
   bool HasLag(limid_t lag) const;
+  // The known LAG whose member list holds the port, if any.
+  std::optional<limid_t> LagOf(limid_t member) const;
   VlanMemberTable& VlanMembers();
 };
 Common& common();
