@@ -176,9 +176,12 @@ Action PrepareCapture(int port, Arguments& args) {
     for (const auto& [egress, copies] : leaving) {
       const std::string file = CaptureFileOf(directory, s.NameOfChipPort(egress));
       const std::string failure = made ? made.message() : WriteCapture(file, copies);
-      s.Print(failure.empty() ? "wrote " + file + ": " + std::to_string(copies.size()) +
-                                    (copies.size() == 1 ? " frame" : " frames")
-                              : "cannot write " + file + ": " + failure);
+      std::string line = (failure.empty() ? "wrote " : "cannot write ") + file + ": ";
+      if (!failure.empty())
+        line += failure;
+      else
+        line += std::to_string(copies.size()) + (copies.size() == 1 ? " frame" : " frames");
+      s.Print(line);
     }
   };
 }

@@ -96,7 +96,11 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"frame eth1/1 tag 0x88a8 10 0 tag 0x8100 20 0 tag 0x8100 30 0",
                 "a frame carries at most two tags"},
         BadLine{"frame eth1/1 untagged tag 0x8100 10 0", "unexpected argument 'tag'"},
-        BadLine{"frame eth1/1 --trace untagged", "unexpected argument 'untagged'"}));
+        BadLine{"frame eth1/1 --trace untagged", "unexpected argument 'untagged'"},
+        BadLine{"frame eth1/1 hex ffffffffffff020000000001 8100",
+                "too short to hold its tags: 14 bytes, 18 needed"},
+        BadLine{"frame eth1/1 hex ffffff", "too short for an Ethernet header: 3 bytes, 14 needed"},
+        BadLine{"frame eth1/1 hex 0g", "frame bytes must be hex digits: '0g'"}));
 
 TEST_F(RunnerTest, FrameNeedsAPortOfThisChipInThePortTable) {
   const int status =
