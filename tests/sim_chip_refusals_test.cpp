@@ -95,12 +95,10 @@ TEST_F(SimChipRefusals, OutOfRangeArgumentsAreRefusedWithTheChipsCode) {
            BCM_E_PARAM),
       CODE(bcm_vlan_translate_egress_action_add(0, 128, 100, 0, Action(out, [](auto&) {})),
            BCM_E_PARAM),
-      CODE(bcm_vlan_translate_egress_action_add(0, 5, 100, 0,
-                                                Action(out,
-                                                       [](auto& a) {
-                                                         a.inner_tpid_action =
-                                                             static_cast<bcm_vlan_tpid_action_t>(2);
-                                                       })),
+      CODE(bcm_vlan_translate_egress_action_add(
+               0, 5, 100, 0,
+               Action(out,
+                      [](auto& a) { a.dt_inner_pkt_prio = static_cast<bcm_vlan_action_t>(7); })),
            BCM_E_PARAM),
   };
   for (const auto& c : codes)
