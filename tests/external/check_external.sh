@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # Builds the library as for a switch (HALBD_PLATFORM=external) against a throwaway platform library
-# that defines the contracts of platform/ and nothing else: its C functions and objects are generated
-# from the contract headers (each function fails), its C++ members are null_platform.cpp. The library links
-# with --no-undefined, and its undefined dynamic symbols must be exactly the contracts' symbols
-# plus those of the C and C++ run-time libraries.
+# that defines the contracts of platform/ and nothing else, generated from the contract headers
+# (define_contracts.pl). The library links with --no-undefined, and its undefined dynamic symbols
+# must be exactly the contracts' symbols plus those of the C and C++ run-time libraries.
 # Usage: check_external.sh <source dir> <scratch dir> <C compiler> <C++ compiler>
 set -euo pipefail
 source_dir=$1 scratch=$2 cc=$3 cxx=$4
@@ -11,23 +10,16 @@ here=$(cd "$(dirname "$0")" && pwd)
 rm -rf "$scratch"
 mkdir -p "$scratch"
 
-# Every function declared in the C contract headers, defined to fail, and every object, zeroed.
-perl -0777 -ne '
-  s{/\*.*?\*/}{}gs;
-  s{//[^\n]*}{}g;
-  while (/^(int|void)(\s+\w+\([^;{]*\));/mg) {
-    print "$1$2 { ", ($1 eq "int" ? "return -1; " : ""), "}\n";
-  }
-  print "$1 = {};\n" while /^extern\s+([^"(;\n]+);/mg;' "$source_dir/platform/chip_sdk.h" "$source_dir/platform/limid.h" >"$scratch/functions.inc"
+# The stub: every contract of platform/ defined, each function aborting (nothing here ever runs).
 {
-  echo '#include "chip_sdk.h"'
-  echo '#include "limid.h"'
-  cat "$scratch/functions.inc"
-} >"$scratch/null_platform_functions.cpp"
+  echo '#include <cstdlib>'
+  for header in "$source_dir"/platform/*.h; do echo "#include \"${header##*/}\""; done
+  perl "$here/define_contracts.pl" "$source_dir"/platform/*.h
+} >"$scratch/null_platform.cpp"
 stub=$scratch/libnull-platform.so
-"$cxx" -std=c++17 -shared -fPIC -I"$source_dir/platform" -o "$stub" \
-  "$scratch/null_platform_functions.cpp" "$here/null_platform.cpp" -Wl,--no-undefined
-echo "platform stub: $(grep -c "[;}]$" "$scratch/functions.inc") C definitions generated from the contracts"
+"$cxx" -std=c++17 -shared -fPIC -I"$source_dir/platform" -o "$stub" "$scratch/null_platform.cpp" \
+  -Wl,--no-undefined
+echo "platform stub: $(grep -c 'abort\|= {}' "$scratch/null_platform.cpp") definitions generated from the contracts"
 
 if ! cmake -S "$source_dir" -B "$scratch/build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" \
