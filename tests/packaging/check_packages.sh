@@ -5,7 +5,8 @@
 #     packages unpacked into a scratch root (dpkg-deb -x): halbd-sim runs from it, and the API
 #     example builds and runs against it as docs/USING.md says (find_package and pkg-config).
 #   check_packages.sh target <build dir> <scratch> <source dir> <version> <architecture>
-#     metadata of each package, and the library inside is a 32-bit big-endian PowerPC object.
+#     metadata of each package, the library inside is a 32-bit big-endian PowerPC object, lintian
+#     without error.
 set -euo pipefail
 mode=$1 build_dir=$2 scratch=$3 source_dir=$4 version=$5
 major=${version%%.*}
@@ -47,6 +48,7 @@ if [ "$mode" = target ]; then
   for expected in 'Class: +ELF32' 'Data: +.*big endian' 'Machine: +PowerPC$' 'Type: +DYN'; do
     grep -Eq "^ +$expected" <<<"$header" || fail "the packaged library is not '$expected'"
   done
+  lintian --fail-on error --tag-display-limit 0 "$scratch"/debs/*.deb || fail "lintian found errors"
   [ $problems -eq 0 ] && echo "the $architecture packages carry a 32-bit big-endian PowerPC library"
   exit $((problems > 0))
 fi
