@@ -38,12 +38,12 @@ field() {
 if [ "$mode" = target ]; then
   architecture=$6
   for package in $library $development $sim; do
-    [ -f "$(deb_of $package)" ] || { fail "no package $(deb_of $package)"; continue; }
-    field $package Architecture "^$architecture$"
-    field $package Version "^$version$"
+    [ -f "$(deb_of "$package")" ] || { fail "no package $(deb_of "$package")"; continue; }
+    field "$package" Architecture "^$architecture$"
+    field "$package" Version "^$version$"
   done
-  field $library Depends "libc6 \(>= [0-9.-]+\).*libstdc\+\+6 \(>= [0-9.-]+\)"
-  dpkg-deb -x "$(deb_of $library)" "$scratch/root"
+  field "$library" Depends "libc6 \(>= [0-9.-]+\).*libstdc\+\+6 \(>= [0-9.-]+\)"
+  dpkg-deb -x "$(deb_of "$library")" "$scratch/root"
   header=$(readelf -h "$scratch/root/$libdir/libhal-switch-bd-ll-bcm.so.$version")
   for expected in 'Class: +ELF32' 'Data: +.*big endian' 'Machine: +PowerPC$' 'Type: +DYN'; do
     grep -Eq "^ +$expected" <<<"$header" || fail "the packaged library is not '$expected'"
@@ -58,19 +58,19 @@ architecture=$(dpkg --print-architecture)
 
 # ---- Metadata ----------------------------------------------------------------------------------
 for package in $library $development $sim; do
-  field $package Package "^$package$"
-  field $package Version "^$version$"
-  field $package Architecture "^$architecture$"
+  field "$package" Package "^$package$"
+  field "$package" Version "^$version$"
+  field "$package" Architecture "^$architecture$"
 done
 # The run-time dependencies come from dpkg-shlibdeps, the packages' own from their components.
 for dependency in "libc6 \(>= " "libstdc\+\+6 \(>= " "$sim \(= $version\)"; do
-  field $library Depends "(^|, )$dependency"
+  field "$library" Depends "(^|, )$dependency"
 done
 for dependency in "libc6 \(>= " "libstdc\+\+6 \(>= " "$library \(= $version\)"; do
-  field $sim Depends "(^|, )$dependency"
+  field "$sim" Depends "(^|, )$dependency"
 done
-field $development Depends "^$library \(= $version\)$"
-field $library Section '^libs$'
+field "$development" Depends "^$library \(= $version\)$"
+field "$library" Section '^libs$'
 
 # ---- File lists --------------------------------------------------------------------------------
 # expected_files <package>: every file and link the package must carry, nothing more.
@@ -105,8 +105,8 @@ expected_files() {
   esac
 }
 for package in $library $development $sim; do
-  if ! diff <(expected_files $package | LC_ALL=C sort) \
-      <(dpkg-deb -c "$(deb_of $package)" | awk '$1 !~ /^d/ {print $6}' | sed 's|^\./||' |
+  if ! diff <(expected_files "$package" | LC_ALL=C sort) \
+      <(dpkg-deb -c "$(deb_of "$package")" | awk '$1 !~ /^d/ {print $6}' | sed 's|^\./||' |
         LC_ALL=C sort) >"$scratch/$package.diff"; then
     fail "$package: file list differs ('<' missing, '>' unexpected):"
     cat "$scratch/$package.diff" >&2
@@ -124,7 +124,7 @@ cat "$scratch/lintian.log"
 # ---- Unpacked --------------------------------------------------------------------------------
 root=$scratch/root
 for package in $library $development $sim; do
-  dpkg-deb -x "$(deb_of $package)" "$root"
+  dpkg-deb -x "$(deb_of "$package")" "$root"
 done
 "$root/usr/bin/halbd-sim" "$source_dir/examples/access-switch.scn" >/dev/null ||
   fail "halbd-sim does not run from the unpacked packages"
