@@ -12,13 +12,14 @@ set(HALBD_DEB_SIM halbd-sim)
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME halbd)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "HAL bridge team <hal-bridge@switch.invalid>")
+set(HALBD_DEB_MAINTAINER "HAL bridge team <hal-bridge@switch.invalid>" CACHE STRING
+    "Maintainer field of the Debian packages: the team's real address for a release")
+set(CPACK_PACKAGE_CONTACT ${HALBD_DEB_MAINTAINER})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://switch.invalid/hal/halbd")
 # A shlibs file and the ldconfig trigger for every package that carries a shared library, so that
 # packages built against this one depend on it through their own shlibdeps.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
