@@ -4,6 +4,8 @@
 #   2. tcpdump, knowing nothing of halbd-sim, decodes the tags each frame leaves with;
 #   3. every frame's bytes after its tags leave exactly as they arrived.
 #   check-captures.sh HALBD_SIM EXAMPLES_DIR WORK_DIR
+# After a deliberate change of the walk, copy WORK_DIR/walk.out and WORK_DIR/out/*.pcap into
+# examples/expected/provider-edge/, check them with tcpdump, and fix the lists below to match.
 set -euo pipefail
 sim=$1 examples=$2 work=$3
 expected=$examples/expected/provider-edge
