@@ -18,11 +18,6 @@ Lines ForPort(Lines lines, int p) {
   return lines;
 }
 
-Lines operator+(Lines a, const Lines& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
 // The trace line of the call refused with -4 instead of accepted.
 std::string Refused(const std::string& call) {
   return call.substr(0, call.size() - 1) + "-4";
@@ -169,19 +164,45 @@ TEST_F(BridgePortAttributes, TpidIsKeptAfterARefusalButAnUnknownLagThrowsToTheCa
   EXPECT_EQ(Books().acceptableFrameTypes().at(kUnknownLag), HAL_BP_ADMIT_ONLY_TAGGED);
 }
 
-TEST_F(BridgePortAttributes, UnsetValuesAreWrittenToMembersButForgottenForTheLag) {
+// The ends of the ranges reach the chip; a value beyond them is refused before any chip call. The
+// values meaning "unset" are written to a LAG's members but not remembered for the LAG.
+TEST_F(BridgePortAttributes, RangeEndsReachTheChipAndValuesBeyondAreRefused) {
   ListMembers({1});
   service->SetNativeVlan(kLag, 10);
   service->SetPrio4Untagged(kLag, 5);
   ClearRecords();
-
-  EXPECT_EQ(service->SetNativeVlan(kLag, 4095), 0);
-  EXPECT_EQ(service->SetPrio4Untagged(kLag, 0), 0);
-
-  EXPECT_EQ(Trace(), (Lines{"bcm_port_untagged_vlan_set(0, 0x4000001, 4095) = 0",
-                            "bcm_port_untagged_priority_set(0, 0x4000001, 0) = 0"}));
+  const struct {
+    bool lag, vlan;
+    unsigned value;
+    int rc;
+    std::string outcome;  // the trace line, or the log line of a refusal
+  } cases[] = {
+      {false, true, 0, 0, "bcm_port_untagged_vlan_set(0, 0x4000002, 0) = 0"},
+      {false, true, 4095, 0, "bcm_port_untagged_vlan_set(0, 0x4000002, 4095) = 0"},
+      {true, true, 4095, 0, "bcm_port_untagged_vlan_set(0, 0x4000001, 4095) = 0"},
+      {false, true, 4096, -1,
+       "log(3): Error setting eth1/2 native VLAN id(4096): Invalid VLAN range."},
+      {true, true, 4096, -1,
+       "log(3): Error setting lag1 native VLAN id(4096): Invalid VLAN range."},
+      {false, false, 7, 0, "bcm_port_untagged_priority_set(0, 0x4000002, 7) = 0"},
+      {true, false, 0, 0, "bcm_port_untagged_priority_set(0, 0x4000001, 0) = 0"},
+      {false, false, 8, -1, "log(3): Error setting eth1/2 default priority(8): Invalid PCP range."},
+      {true, false, 8, -1, "log(3): Error setting lag1 default priority(8): Invalid PCP range."},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.outcome);
+    const limid_t id = c.lag ? kLag : Eth(2);
+    EXPECT_EQ(c.vlan ? service->SetNativeVlan(id, static_cast<unsigned short>(c.value))
+                     : service->SetPrio4Untagged(id, static_cast<unsigned char>(c.value)),
+              c.rc);
+    EXPECT_EQ(c.rc == 0 ? Trace() : LogLines(), Lines{c.outcome});
+    EXPECT_THAT(c.rc == 0 ? LogLines() : Trace(), IsEmpty());
+    ClearRecords();
+  }
   EXPECT_THAT(Books().nativeVlans(), IsEmpty());
   EXPECT_THAT(Books().untaggedPrios(), IsEmpty());
+  EXPECT_EQ(std::make_tuple(sim::chip().Port(2).untaggedVlan, sim::chip().Port(2).untaggedPriority),
+            std::make_tuple(4095, 7));
 }
 
 TEST_F(BridgePortAttributes, EmptyLagTakesAnyQinQModeAndJoiningPortsGetModeOne) {
@@ -233,6 +254,7 @@ TEST_F(BridgePortAttributes, DiscardModeCombinesBlockStateAndFrameTypes) {
 // A foreign client is refused first, whatever it asks for (a LAG here).
 TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate) {
   EXPECT_EQ(BlockPort(kLag, true, "HAL-STLP"), -1);
+  EXPECT_EQ(BlockPort(kLag, true, kClient), -1);
   sim::chip().FailNext("bcm_port_discard_set", 1, BCM_E_PARAM);
   EXPECT_EQ(BlockPort(Eth(1), true, kClient), -1);
   sim::chip().FailNext("bcm_port_discard_set", 1, -30);  // outside the SDK's table
@@ -243,6 +265,7 @@ TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate
             // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
             (Lines{"log(3): [HAL-BP] Discard port of interface (lag1) not allowed for low-level "
                    "client (HAL-STLP)",
+                   "log(3): [HAL-BP] Only ethernet type port block is allowed.",
                    "log(3): [HAL-BP] Error setting eth1/1 port value: 1 - Invalid parameter.",
                    "log(3): Error blocking interface eth1/1.",
                    "log(3): [HAL-BP] Error setting eth1/2 port value: 0 - Unknown error.",
