@@ -1,6 +1,6 @@
 // LAG events as the LAG orchestrator raises them: a port joining a LAG takes on the LAG's
-// attributes, a leaving port returns to the defaults, a deleted LAG leaves nothing behind. Last,
-// both services behind one orchestrator, as on the switch.
+// attributes, a leaving port returns to the defaults, a deleted LAG leaves nothing behind. Both
+// services behind one orchestrator, as on the switch, show in the LAG uplink example.
 
 #include "service_fixtures.h"
 
@@ -211,40 +211,6 @@ TEST_F(BridgePortLagEvents, DeletingLagRemovesItsRulesAndForgetsItsAttributes) {
                             books.qinqPorts().size(), books.nativeVlans().size(),
                             books.untaggedPrios().size(), books.tpids().size()),
             std::make_tuple(1u, 1u, 0u, 0u, 0u, 0u, 0u, 0u));
-}
-
-// The bridge domain (priority 1000) moves a port's VLAN membership before the bridge port (1001)
-// applies the LAG's attributes to it, although the bridge port was created first.
-TEST_F(BridgePortLagEvents, BothServicesMoveAJoiningAndLeavingPortVlansFirst) {
-  sim::chip().CreateVlan(10);
-  sim::chip().CreateVlan(20);
-  HalBcmBridgeDomain* bridgeDomain = HalBcmBridgeDomain::getInstance(lags);
-  ASSERT_EQ(bridgeDomain->addMember(sim::BridgeDomain(10), Eth(1), false, 0), 0);
-  ASSERT_EQ(bridgeDomain->addMember(sim::BridgeDomain(20), kLag, true, 0), 0);
-  ASSERT_EQ(service->SetNativeVlan(kLag, 20), 0);
-  const auto vlansMoveFirst = [] {
-    const Lines trace = Trace();
-    const auto first = [&](const std::string& f) {
-      return std::find_if(trace.begin(), trace.end(), [&](auto& l) { return l.rfind(f, 0) == 0; });
-    };
-    return first("bcm_vlan_gport_delete(") < first("bcm_port_discard_set(");
-  };
-  ClearRecords();
-
-  EXPECT_TRUE(Join(1));
-  EXPECT_THAT(sim::chip().Vlan(10).members, IsEmpty());
-  EXPECT_EQ(sim::chip().Vlan(20).members, (std::map<int, bool>{{1, false}}));
-  EXPECT_EQ(sim::chip().Port(1).untaggedVlan, 20);
-  EXPECT_EQ(sim::chip().Port(1).egressClass, 122u);
-  EXPECT_TRUE(vlansMoveFirst());
-  ClearRecords();
-
-  EXPECT_TRUE(Leave(1));
-  EXPECT_THAT(sim::chip().Vlan(20).members, IsEmpty());
-  EXPECT_EQ(sim::chip().Port(1).untaggedVlan, 4095);
-  EXPECT_EQ(sim::chip().Port(1).egressClass, 1u);
-  EXPECT_TRUE(vlansMoveFirst());
-  EXPECT_THAT(LogLines(), IsEmpty());
 }
 
 }  // namespace
