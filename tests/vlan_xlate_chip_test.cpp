@@ -214,10 +214,10 @@ TEST_F(VlanXlateChip, LagClassIsCountedDownFromTheTopOfTheChipsRange) {
 // function fail with BCM_E_FAIL.
 TEST_F(VlanXlateChip, FailuresAreReportedWithTheirCause) {
   const VlanMapping rule = ReplaceOuter(100, 200);
-  const auto egressRule = [&rule](Operation operation) {
-    VlanMapping other = rule;
-    other.operation = operation;
-    return other;
+  VlanMapping addRule = rule;
+  addRule.operation = Operation::Add;
+  const auto fail = [](const char* function, int nth = 1) {
+    sim::chip().FailNth(function, nth, BCM_E_FAIL);
   };
   const auto keys = [this](limid_t id, size_t count) {
     if (count == 2)
@@ -226,116 +226,77 @@ TEST_F(VlanXlateChip, FailuresAreReportedWithTheirCause) {
       service->SetVlanXlateLookupKeys(id, {count, bcmVlanTranslateKeyPortOuter});
     return false;
   };
-  const std::string invalidAction =
-      "log(3): GetEgressVlanXlateAction() invalid egress VLAN "
-      "translate action: ";
-  const std::string noAction =
-      "log(3): InstallEgressVlanMappingRule() failed to get BCM VLAN "
-      "translate action for eth1/3";
   const struct {
-    std::function<bool()> step;
-    const char* failing;
-    int nth;
-    size_t calls;
+    size_t calls;  // SDK calls made, the failing one included
     Lines log;
+    std::function<bool()> step;
   } cases[] = {
-      // Egress takes Replace only: anything else is refused before the chip is asked.
-      {[&] { return service->InstallEgressVlanMappingRule(Eth(3), egressRule(Operation::Add)); },
-       nullptr,
-       0,
-       0,
-       {invalidAction + "Add", noAction}},
-      {[&] {
-         return service->InstallEgressVlanMappingRule(Eth(3),
-                                                      egressRule(Operation::ReplaceReplace));
-       },
-       nullptr,
-       0,
-       0,
-       {invalidAction + "ReplaceReplace", noAction}},
-      {[&] { return service->RemoveEgressVlanMappingRule(kLag, rule, true); },
-       nullptr,
-       0,
-       0,
+      // Egress takes Replace only: Add (as any other) is refused before the chip is asked.
+      {0,
+       {"log(3): GetEgressVlanXlateAction() invalid egress VLAN translate action: Add",
+        "log(3): InstallEgressVlanMappingRule() failed to get BCM VLAN translate action for "
+        "eth1/3"},
+       [&] { return service->InstallEgressVlanMappingRule(Eth(3), addRule); }},
+      {0,
        {"log(3): RemoveEgressVlanMappingRule() failed to retrieve BCM gport for lag1: HAL ID not "
-        "found"}},
-      {[&] { return service->InstallEgressVlanMappingRule(Eth(9), rule); },
-       nullptr,
-       0,
-       0,
+        "found"},
+       [&] { return service->RemoveEgressVlanMappingRule(kLag, rule, true); }},
+      {0,
        {"log(3): InstallEgressVlanMappingRule() failed to get BCM gport for eth1/9: HAL ID not "
-        "found"}},
-      {[&] { return service->InstallEgressVlanMappingRule(Eth(3), rule); },
-       "bcm_port_class_get",
-       1,
-       1,
+        "found"},
+       [&] { return service->InstallEgressVlanMappingRule(Eth(9), rule); }},
+      {1,
        {"error(-11): InstallEgressVlanMappingRule() failed to get BCM Class ID for eth1/3 "
-        "(0x4000003): Operation failed"}},
-      {[&] { return service->RemoveEgressVlanMappingRule(Eth(3), rule, false); },
-       "bcm_port_class_get",
-       1,
-       1,
+        "(0x4000003): Operation failed"},
+       [&] {
+         return fail("bcm_port_class_get"), service->InstallEgressVlanMappingRule(Eth(3), rule);
+       }},
+      {1,
        {"error(-11): RemoveEgressVlanMappingRule() failed to get BCM Class ID for eth1/3 "
-        "(0x4000003): Operation failed"}},
-      {[&] { return service->InstallEgressVlanMappingRule(Eth(3), rule); },
-       "bcm_vlan_translate_egress_action_delete",
-       1,
-       2,
+        "(0x4000003): Operation failed"},
+       [&] {
+         return fail("bcm_port_class_get"),
+                service->RemoveEgressVlanMappingRule(Eth(3), rule, false);
+       }},
+      {2,
        {"error(-11): InstallEgressVlanMappingRule() failed to delete previous egress VLAN "
-        "translate rule for eth1/3: Operation failed"}},
-      {[&] { return service->SetEgressVlanXlateClassIdForLag(kUnknownLag, Eth(4)); },
-       nullptr,
-       0,
-       0,
+        "translate rule for eth1/3: Operation failed"},
+       [&] {
+         return fail("bcm_vlan_translate_egress_action_delete"),
+                service->InstallEgressVlanMappingRule(Eth(3), rule);
+       }},
+      {0,
        {"log(3): SetEgressVlanXlateClassIdForLag() failed to retrieve BCM gport for lag9: HAL ID "
-        "not found"}},
+        "not found"},
+       [&] { return service->SetEgressVlanXlateClassIdForLag(kUnknownLag, Eth(4)); }},
       // A gport that names no local port becomes port -1, and class -1 on reset.
-      {[&] { return service->ResetEgressVlanXlateClassId(Eth(8)); },
-       nullptr,
-       0,
-       1,
+      {1,
        {"error(-18): ResetEgressVlanXlateClassId() failed to set BCM Class ID for eth1/8 "
-        "(0xffffffff): Invalid port"}},
-      {[&] { return service->SetEgressVlanXlateClassIdForLag(kLag, Eth(8)); },
-       nullptr,
-       0,
-       1,
+        "(0xffffffff): Invalid port"},
+       [&] { return service->ResetEgressVlanXlateClassId(Eth(8)); }},
+      {1,
        {"error(-18): SetEgressVlanXlateClassIdForLag() failed to set BCM Class ID for eth1/8 "
-        "(0xffffffff): Invalid port"}},
-      {[&] { return keys(Eth(3), 2); },
-       "bcm_vlan_control_port_set",
-       1,
-       1,
+        "(0xffffffff): Invalid port"},
+       [&] { return service->SetEgressVlanXlateClassIdForLag(kLag, Eth(8)); }},
+      {1,
        {"error(-11): SetVlanXlateLookupKeys() error setting first lookup key at port 0x3: "
-        "Operation failed"}},
-      {[&] { return keys(Eth(3), 2); },
-       "bcm_vlan_control_port_set",
-       2,
-       2,
+        "Operation failed"},
+       [&] { return fail("bcm_vlan_control_port_set"), keys(Eth(3), 2); }},
+      {2,
        {"error(-11): SetVlanXlateLookupKeys() error setting second lookup key at port 0x3: "
-        "Operation failed"}},
+        "Operation failed"},
+       [&] { return fail("bcm_vlan_control_port_set", 2), keys(Eth(3), 2); }},
       // The chip has exactly two lookup-key controls per port.
-      {[&] { return keys(Eth(3), 0); },
-       nullptr,
-       0,
-       0,
-       {"log(3): SetVlanXlateLookupKeys() invalid number of VLAN Xlate lookup keys for eth1/3: 0"}},
-      {[&] { return keys(Eth(3), 3); },
-       nullptr,
-       0,
-       0,
-       {"log(3): SetVlanXlateLookupKeys() invalid number of VLAN Xlate lookup keys for eth1/3: 3"}},
-      {[&] { return keys(Eth(9), 2); },
-       nullptr,
-       0,
-       0,
+      {0,
+       {"log(3): SetVlanXlateLookupKeys() invalid number of VLAN Xlate lookup keys for eth1/3: 3"},
+       [&] { return keys(Eth(3), 3); }},
+      {0,
        {"log(3): SetVlanXlateLookupKeys() failed to retrieve BCM port for eth1/9: HAL ID not "
-        "found"}},
+        "found"},
+       [&] { return keys(Eth(9), 2); }},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.log.back());
-    if (c.failing != nullptr)
-      sim::chip().FailNth(c.failing, c.nth, BCM_E_FAIL);
     EXPECT_FALSE(c.step());
     EXPECT_EQ(Trace().size(), c.calls);
     EXPECT_EQ(TakeLog(), c.log);
