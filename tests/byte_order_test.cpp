@@ -31,20 +31,13 @@ TEST(HostModel, MemoryOrderIsTheCompilersAndTheTargetIsBigEndian32Bit) {
 // Identifiers in ascending order with their four bytes read as a big-endian number: kind, slot,
 // then port, with bytes of 0x80 and above ordering as unsigned bytes.
 const struct IdCase {
-  limid_t id;
+  const char* name;
   uint32_t bytes;
 } kIds[] = {
-    {sim::EthernetPort(1, 3), 0x01010003},
-    {sim::EthernetPort(1, 127), 0x0101007f},
-    {sim::EthernetPort(1, 128), 0x01010080},
-    {sim::EthernetPort(1, 255), 0x010100ff},
-    {sim::EthernetPort(1, 256), 0x01010100},
-    {sim::EthernetPort(1, 0x80ff), 0x010180ff},
-    {sim::EthernetPort(2, 300), 0x0102012c},
-    {sim::EthernetPort(200, 1), 0x01c80001},
-    {sim::Lag(5), 0x02000005},
-    {sim::Lag(0x8001), 0x02008001},
-    {sim::BridgeDomain(4094), 0x03000ffe},
+    {"eth1/3", 0x01010003},   {"eth1/127", 0x0101007f}, {"eth1/128", 0x01010080},
+    {"eth1/255", 0x010100ff}, {"eth1/256", 0x01010100}, {"eth1/33023", 0x010180ff},
+    {"eth2/300", 0x0102012c}, {"eth200/1", 0x01c80001}, {"lag5", 0x02000005},
+    {"lag32769", 0x02008001}, {"vlan4094", 0x03000ffe},
 };
 
 // Identifiers are copied into and out of byte buffers and packed records of the companion
@@ -60,26 +53,34 @@ TEST(Identifiers, BytesHashAndOrderAreTheSameOnEveryHost) {
       std::make_tuple(4u, 1u, 1u, 6u));
   std::set<limid_t> ordered;
   for (const IdCase& c : kIds) {
-    SCOPED_TRACE(sim::NameOf(c.id));
+    SCOPED_TRACE(c.name);
+    const limid_t id = sim::ParseId(c.name);
     const unsigned char expected[] = {
         static_cast<unsigned char>(c.bytes >> 24), static_cast<unsigned char>(c.bytes >> 16),
         static_cast<unsigned char>(c.bytes >> 8), static_cast<unsigned char>(c.bytes)};
-    EXPECT_EQ(std::memcmp(c.id.bytes, expected, sizeof expected), 0);
-    EXPECT_EQ(std::hash<limid_t>()(c.id), c.bytes);
-    ordered.insert(c.id);
+    EXPECT_EQ(std::memcmp(id.bytes, expected, sizeof expected), 0);
+    EXPECT_EQ(std::hash<limid_t>()(id), c.bytes);
+    EXPECT_EQ(sim::NameOf(id), c.name);
+    EXPECT_EQ(HalBcmCommon::GetInstance()->DecodeLimId(id).get(), std::string(c.name));
+    // The library's two LAG tests agree with the identifier's kind.
+    EXPECT_EQ(limid_is_from_type_ethernet(id) != 0, expected[0] == 1);
+    EXPECT_EQ(halbd::IsLag(id), expected[0] == 2);
+    EXPECT_EQ(halbd::IsLagByTypeCompare(id), expected[0] == 2);
+    ordered.insert(id);
   }
   std::vector<uint32_t> inSetOrder;
   for (const limid_t& id : ordered)
     inSetOrder.push_back(std::hash<limid_t>()(id));
   EXPECT_TRUE(std::is_sorted(inSetOrder.begin(), inSetOrder.end()));
   EXPECT_EQ(inSetOrder.size(), std::size(kIds));
+  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4094)), 4094);
 }
 
 // The services' books are ordered maps keyed by identifiers: they iterate in the same order.
 TEST_F(BridgePortTest, ServiceBooksIterateInIdentifierByteOrder) {
   for (auto it = std::rbegin(kIds); it != std::rend(kIds); ++it) {
-    if (!halbd::IsLag(it->id))
-      service->SetAcceptableFrameType(it->id, HAL_BP_ADMIT_ONLY_TAGGED);
+    if (!halbd::IsLag(sim::ParseId(it->name)))
+      service->SetAcceptableFrameType(sim::ParseId(it->name), HAL_BP_ADMIT_ONLY_TAGGED);
   }
   std::vector<uint32_t> keys;
   for (const auto& entry : Books().acceptableFrameTypes())

@@ -1,8 +1,6 @@
 // The simulated platform's own contract: a chip as strict as the real one, with its codes and
-// state, and its reset; the identifiers. The LAG orchestrator is exercised by every LAG event test.
-#include <stdexcept>
-
-#include "hal_platform.h"
+// state, and its reset. Identifiers are pinned with the byte order; the LAG orchestrator is
+// exercised by every LAG event test.
 #include "service_fixtures.h"
 
 namespace {
@@ -109,30 +107,6 @@ TEST_F(SimPlatform, ResetRestoresTheDefaultChipOfUnitZero) {
   EXPECT_NE(soc_control[0]->xlate_pkt_prio, 0u);
   sim::SetAbortOnAssert(true);
   EXPECT_DEATH(_sal_assert("x", "f", 1), "assertion failed: x at f:1");
-}
-
-TEST_F(SimPlatform, IdentifiersHaveReadableNamesAndKinds) {
-  const struct {
-    const char* name;
-    limid_t id;
-    bool ethernet, lag;
-  } cases[] = {{"eth1/3", sim::EthernetPort(1, 3), true, false},
-               {"eth2/48", sim::EthernetPort(2, 48), true, false},
-               {"lag5", sim::Lag(5), false, true},
-               {"vlan4094", sim::BridgeDomain(4094), false, false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(sim::NameOf(c.id), c.name);
-    EXPECT_TRUE(sim::ParseId(c.name) == c.id);
-    EXPECT_EQ(limid_is_from_type_ethernet(c.id) != 0, c.ethernet);
-    EXPECT_EQ(limid_is_from_type(c.id, limid_type_lag) != 0, c.lag);
-    EXPECT_EQ(halbd::IsLagByTypeCompare(c.id), c.lag);  // the library's two tests agree
-    EXPECT_EQ(halbd::IsLag(c.id), c.lag);
-    EXPECT_EQ(HalBcmCommon::GetInstance()->DecodeLimId(c.id).get(), std::string(c.name));
-  }
-  for (const char* bad : {"eth1", "lag", "vlan70000", "port3", "eth1/3x", ""})
-    EXPECT_THROW(sim::ParseId(bad), std::invalid_argument) << bad;
-  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4094)), 4094);
 }
 
 }  // namespace
