@@ -216,6 +216,8 @@ TEST_F(VlanXlateChip, FailuresAreReportedWithTheirCause) {
   const VlanMapping rule = ReplaceOuter(100, 200);
   VlanMapping addRule = rule;
   addRule.operation = Operation::Add;
+  VlanMapping unknownRule = rule;
+  unknownRule.operation = Operation::Unknown;
   const auto fail = [](const char* function, int nth = 1) {
     sim::chip().FailNth(function, nth, BCM_E_FAIL);
   };
@@ -231,7 +233,17 @@ TEST_F(VlanXlateChip, FailuresAreReportedWithTheirCause) {
     Lines log;
     std::function<bool()> step;
   } cases[] = {
-      // Egress takes Replace only: Add (as any other) is refused before the chip is asked.
+      // A rule without an operation, and at egress anything but Replace (Add here), is refused
+      // before the chip is asked.
+      {0,
+       {"log(3): GetIngressVlanXlateAction() invalid ingress VLAN translate action: Unknown",
+        "log(3): InstallIngressVlanMappingRule() failed to get BCM VLAN translate action for "
+        "eth1/3"},
+       [&] { return service->InstallIngressVlanMappingRule(Eth(3), unknownRule, false); }},
+      {0,
+       {"log(3): InstallIngressVlanMappingRule() failed to get BCM gport for eth1/9: HAL ID not "
+        "found"},
+       [&] { return service->InstallIngressVlanMappingRule(Eth(9), rule, true); }},
       {0,
        {"log(3): GetEgressVlanXlateAction() invalid egress VLAN translate action: Add",
         "log(3): InstallEgressVlanMappingRule() failed to get BCM VLAN translate action for "

@@ -78,6 +78,10 @@ TEST_F(RuleStore, RulesAreStoredAndDroppedOnlyAfterTheChipDidSo) {
     EXPECT_THAT(Trace(), IsEmpty());
     EXPECT_THAT(TakeLog(), ElementsAre(skipped));
   }
+  // A stage without a table of this service is neither programmed nor stored.
+  EXPECT_EQ(Add(static_cast<Stage>(7), rule), 0);
+  EXPECT_EQ(Delete(static_cast<Stage>(7), rule), 0);
+  EXPECT_THAT(Trace(), IsEmpty());
   EXPECT_THAT(sim::chip().IngressTable(), IsEmpty());
   EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
 }
