@@ -69,6 +69,7 @@ TEST(Identifiers, BytesHashAndOrderAreTheSameOnEveryHost) {
     ordered.insert(id);
   }
   std::vector<uint32_t> inSetOrder;
+  inSetOrder.reserve(ordered.size());
   for (const limid_t& id : ordered)
     inSetOrder.push_back(std::hash<limid_t>()(id));
   EXPECT_TRUE(std::is_sorted(inSetOrder.begin(), inSetOrder.end()));
@@ -83,6 +84,7 @@ TEST_F(BridgePortTest, ServiceBooksIterateInIdentifierByteOrder) {
       service->SetAcceptableFrameType(sim::ParseId(it->name), HAL_BP_ADMIT_ONLY_TAGGED);
   }
   std::vector<uint32_t> keys;
+  keys.reserve(Books().acceptableFrameTypes().size());
   for (const auto& entry : Books().acceptableFrameTypes())
     keys.push_back(std::hash<limid_t>()(entry.first));
   EXPECT_EQ(keys.size(), std::size(kIds) - 2);
