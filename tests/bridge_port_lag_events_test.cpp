@@ -199,9 +199,9 @@ TEST_F(BridgePortLagEvents, DeletingLagRemovesItsRulesAndForgetsItsAttributes) {
   EXPECT_TRUE(Handled(lags->DeleteLag(kLag)));
 
   ASSERT_EQ(sim::chip().IngressTable().size(), 1u);
-  EXPECT_EQ(sim::chip().IngressTable().begin()->first.innerVlan, 101);
+  EXPECT_EQ(sim::chip().IngressTable().count({true, kTrunkId, 9, 0, 101}), 1u);  // by its trunk
   ASSERT_EQ(sim::chip().EgressTable().size(), 1u);
-  EXPECT_EQ(sim::chip().EgressTable().begin()->first.outerVlan, 300);
+  EXPECT_EQ(sim::chip().EgressTable().count({122, 300, 0}), 1u);  // under the LAG's class
   HalBcmBridgePortInspector books = Books();
   EXPECT_EQ(books.ingressVlanMappings().at(kLag).count(ReplaceOuter(101, 201)), 1u);
   EXPECT_EQ(books.egressVlanMappings().at(kLag).count(ReplaceOuter(300, 400)), 1u);

@@ -158,35 +158,20 @@ TEST(SdkRecordLayout, FieldsSitWhereTheSdkHasThem) {
                             sizeof(bcm_port_class_t), sizeof(bcm_vlan_action_set_t),
                             sizeof(bcm_vlan_control_vlan_t), sizeof(soc_control_t)),
             std::make_tuple(2u, 4u, 4u, 4u, 4u, 68u, 12u, 12u));
-#define HALBD_SIZE(type, expected) \
-  { #type, sizeof(type), expected }
-#define HALBD_FIELD(record, field, expected) \
-  { #record "." #field, offsetof(record, field), expected }
-  const struct {
-    const char* what;
-    size_t actual, expected;
-  } cases[] = {
-      HALBD_FIELD(bcm_vlan_action_set_t, new_inner_vlan, 2),
-      HALBD_FIELD(bcm_vlan_action_set_t, new_inner_pkt_prio, 4),
-      HALBD_FIELD(bcm_vlan_action_set_t, priority, 8),
-      HALBD_FIELD(bcm_vlan_action_set_t, outer_tpid, 12),
-      HALBD_FIELD(bcm_vlan_action_set_t, inner_tpid, 14),
-      HALBD_FIELD(bcm_vlan_action_set_t, outer_tpid_action, 16),
-      HALBD_FIELD(bcm_vlan_action_set_t, inner_tpid_action, 20),
-      HALBD_FIELD(bcm_vlan_action_set_t, dt_outer, 24),
-      HALBD_FIELD(bcm_vlan_action_set_t, dt_inner, 32),
-      HALBD_FIELD(bcm_vlan_action_set_t, ot_outer, 40),
-      HALBD_FIELD(bcm_vlan_action_set_t, it_outer, 48),
-      HALBD_FIELD(bcm_vlan_action_set_t, it_inner_pkt_prio, 60),
-      HALBD_FIELD(bcm_vlan_action_set_t, flags, 64),
-      HALBD_FIELD(bcm_vlan_control_vlan_t, broadcast_group, 4),
-      HALBD_FIELD(bcm_vlan_control_vlan_t, protocol_pkt.dhcp_action, 8),
-      HALBD_FIELD(soc_control_t, xlate_pkt_prio, 4),
-      HALBD_FIELD(soc_control_t, chip_family_flags, 8),
-  };
-#undef HALBD_FIELD
-  for (const auto& c : cases)
-    EXPECT_EQ(c.actual, c.expected) << c.what;
+  using Action = bcm_vlan_action_set_t;
+  EXPECT_EQ(std::make_tuple(offsetof(Action, new_inner_vlan), offsetof(Action, new_inner_pkt_prio),
+                            offsetof(Action, priority), offsetof(Action, outer_tpid),
+                            offsetof(Action, inner_tpid), offsetof(Action, outer_tpid_action),
+                            offsetof(Action, inner_tpid_action), offsetof(Action, dt_outer),
+                            offsetof(Action, dt_inner), offsetof(Action, ot_outer),
+                            offsetof(Action, it_outer), offsetof(Action, it_inner_pkt_prio),
+                            offsetof(Action, flags)),
+            std::make_tuple(2u, 4u, 8u, 12u, 14u, 16u, 20u, 24u, 32u, 40u, 48u, 60u, 64u));
+  EXPECT_EQ(std::make_tuple(offsetof(bcm_vlan_control_vlan_t, broadcast_group),
+                            offsetof(bcm_vlan_control_vlan_t, protocol_pkt.dhcp_action),
+                            offsetof(soc_control_t, xlate_pkt_prio),
+                            offsetof(soc_control_t, chip_family_flags)),
+            std::make_tuple(4u, 8u, 4u, 8u));
 }
 
 }  // namespace

@@ -28,8 +28,9 @@ std::string WithoutPriorityActions(const std::string& action) {
 }
 
 // A Q-in-Q port matches the rule's outer tag as the chip's inner VLAN, and gives only single-tag
-// matches a real key; key 0 is passed on and refused by the chip.
-TEST_F(VlanXlateChip, IngressKeyFollowsQinqAndPresenceFlags) {
+// matches a real key; key 0 is passed on and refused by the chip. The egress entry is keyed by the
+// port's class and the match VLANs whatever the layout, absent tags as 0.
+TEST_F(VlanXlateChip, RuleKeysFollowQinqAndTheTagsTheRuleMatches) {
   const struct {
     bool qinq, outer, inner;
     std::string key;  // key type, outer VLAN, inner VLAN
@@ -48,6 +49,12 @@ TEST_F(VlanXlateChip, IngressKeyFollowsQinqAndPresenceFlags) {
                 ElementsAre("bcm_vlan_translate_action_delete(0, 0x4000003, " + c.key +
                             ") = " + (accepted ? "0" : "-4")));
     EXPECT_THAT(sim::chip().IngressTable(), IsEmpty());
+    EXPECT_TRUE(service->InstallEgressVlanMappingRule(Eth(3), rule));
+    const uint16_t absent = 0, outerVlan = 100, innerVlan = 200;
+    EXPECT_EQ(sim::chip().EgressTable().count(
+                  {3, c.outer ? outerVlan : absent, c.inner ? innerVlan : absent}),
+              1u);
+    EXPECT_TRUE(service->RemoveEgressVlanMappingRule(Eth(3), rule, false));
     ClearRecords();
   }
 }
@@ -113,20 +120,6 @@ TEST_F(VlanXlateChip, IngressActionFollowsOperationQinqAndChipPriorityCapability
   EXPECT_THAT(LogLines(), IsEmpty());
 }
 
-// The LAG member-added path takes the chip port from the port table, where a LAG has no entry.
-TEST_F(VlanXlateChip, LagIngressRuleIsKeyedByItsTrunkGport) {
-  const VlanMapping rule = Matching(true, false);
-  EXPECT_TRUE(service->InstallIngressVlanMappingRule(kLag, rule, false));
-  EXPECT_EQ(sim::chip().IngressTable().count({true, kTrunkId, 8, 100, 0}), 1u);
-  EXPECT_FALSE(service->RemoveIngressVlanMappingRule(kLag, rule, false, true));
-  EXPECT_TRUE(service->RemoveIngressVlanMappingRule(kLag, rule, false, false));
-
-  EXPECT_THAT(Trace("bcm_vlan_translate_action_delete"),
-              ElementsAre("bcm_vlan_translate_action_delete(0, 0xc000005, 8, 100, 0) = 0"));
-  EXPECT_THAT(LogLines(), ElementsAre("log(3): RemoveIngressVlanMappingRule() failed to retrieve "
-                                      "BCM gport for lag1: HAL ID not found"));
-}
-
 TEST_F(VlanXlateChip, EgressActionRewritesTheOuterTagOnlyUnderThePortClass) {
   const struct {
     Operation operation;
@@ -165,24 +158,6 @@ TEST_F(VlanXlateChip, EgressActionRewritesTheOuterTagOnlyUnderThePortClass) {
 #undef OUTER
 #undef BOTH
 #undef UNUSED
-
-// The members of a LAG share its class, so one entry serves them all.
-TEST_F(VlanXlateChip, EgressEntryIsKeyedByTheClassAndTheMatchVlansWithAbsentTagsAsZero) {
-  const std::tuple<limid_t, VlanMapping, sim::EgressKey> cases[] = {
-      {Eth(3), Matching(true, true), {3, 100, 200}},
-      {Eth(3), Matching(true, false), {3, 100, 0}},
-      {Eth(3), Matching(false, true), {3, 0, 200}},
-      {Eth(3), Matching(false, false), {3, 0, 0}},
-      {kLag, Matching(true, false), {122, 100, 0}}};
-  for (const auto& [id, rule, entry] : cases) {
-    EXPECT_TRUE(service->InstallEgressVlanMappingRule(id, rule));
-    EXPECT_EQ(sim::chip().EgressTable().count(entry), 1u);
-    EXPECT_TRUE(service->RemoveEgressVlanMappingRule(id, rule, false));
-    EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
-  }
-  EXPECT_EQ(Trace("bcm_vlan_translate_egress_action_delete").back(),
-            "bcm_vlan_translate_egress_action_delete(0, 122, 100, 0) = 0");
-}
 
 // The chip takes packet-priority actions when it says so, or when it is neither of the family
 // flagged 0x20000020 nor of chip type 47. A gport that is not a trunk subtracts -1.
@@ -250,10 +225,15 @@ TEST_F(VlanXlateChip, FailuresAreReportedWithTheirCause) {
         "log(3): InstallEgressVlanMappingRule() failed to get BCM VLAN translate action for "
         "eth1/3"},
        [&] { return service->InstallEgressVlanMappingRule(Eth(3), addRule); }},
+      // The LAG member-added path takes the chip port from the port table, where a LAG has none.
       {0,
        {"log(3): RemoveEgressVlanMappingRule() failed to retrieve BCM gport for lag1: HAL ID not "
         "found"},
        [&] { return service->RemoveEgressVlanMappingRule(kLag, rule, true); }},
+      {0,
+       {"log(3): RemoveIngressVlanMappingRule() failed to retrieve BCM gport for lag1: HAL ID not "
+        "found"},
+       [&] { return service->RemoveIngressVlanMappingRule(kLag, rule, false, true); }},
       {0,
        {"log(3): InstallEgressVlanMappingRule() failed to get BCM gport for eth1/9: HAL ID not "
         "found"},

@@ -4,12 +4,21 @@
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 #include "sim_test.h"
-#include "walk_outcome.h"
 
 namespace {
 
 using sim::Frame;
 using sim::FrameTag;
+
+// "port:frame" per copy, or the single line "drop@stage: reason".
+std::vector<std::string> Outcome(const sim::FrameWalk& walk) {
+  if (walk.dropped)
+    return {"drop@" + walk.dropStage + ": " + walk.dropReason};
+  std::vector<std::string> copies;
+  for (const sim::FrameCopy& copy : walk.copies)
+    copies.push_back(std::to_string(copy.port) + ":" + sim::FormatFrame(copy.frame));
+  return copies;
+}
 
 Frame Tagged(uint16_t vlan, uint16_t tpid = 0x8100, uint8_t priority = 0) {
   return Frame{{FrameTag{tpid, vlan, priority}}};

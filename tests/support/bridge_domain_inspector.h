@@ -7,12 +7,10 @@
 struct HalBcmBridgeDomainInspector {
   explicit HalBcmBridgeDomainInspector(HalBcmBridgeDomain& service) : s(service) {}
 
-  HalBcmCommon* bcmCommon() { return s.bcmCommon; }
   auto& lagOrchestrator() { return s.lagOrchestrator; }
   auto& vlanOrchestrator() { return s.vlanOrchestrator; }
   auto& lagMembership() { return s.lagMembership; }
   auto& intfInfo() { return s.intfInfo; }
-  int unit() { return s.unit; }
 
   HalBcmBridgeDomain& s;
 };

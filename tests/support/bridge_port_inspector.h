@@ -15,8 +15,6 @@ struct HalBcmBridgePortInspector {
   auto& tpids() { return s.tpids; }
   auto& acceptableFrameTypes() { return s.acceptableFrameTypes; }
   auto& blockedPorts() { return s.blockedPorts; }
-  HalBcmCommon* bcmCommon() { return s.bcmCommon; }
-  int unit() { return s.unit; }
   auto& lagOrchestrator() { return s.lagOrchestrator; }
 
   HalBcmBridgePort& s;

@@ -14,6 +14,7 @@
 
 #include "bridge_domain_inspector.h"
 #include "bridge_port_inspector.h"
+#include "hal_platform.h"
 #include "sim/sim_lag_orchestrator.h"
 #include "sim_test.h"
 
@@ -97,7 +98,6 @@ class BridgePortTest : public PlatformTest {
 // VLANs 10 and 20 with replication groups, and a VLAN client that writes down what it is told.
 class BridgeDomainTest : public PlatformTest {
  protected:
-  using GroupSet = std::set<std::pair<bcm_gport_t, bcm_if_t>>;
   using BookEntry = std::map<limid_t, bool>;
 
   void SetUp() override {
@@ -122,13 +122,23 @@ class BridgeDomainTest : public PlatformTest {
          }});
   }
   HalBcmBridgeDomainInspector Books() { return HalBcmBridgeDomainInspector(*service); }
-  // Chip port -> untagged flag.
-  static std::map<int, bool> Members(bcm_vlan_t vlan) { return sim::chip().Vlan(vlan).members; }
-  static GroupSet GroupOf(std::initializer_list<int> ports) {
-    GroupSet members;
-    for (int port : ports)
-      members.emplace(sim::LocalGport(port), sim::Chip::EncapOf(port));
-    return members;
+  // The VLAN on the chip in one line: its members ("3u" untagged, "4t" tagged), then the local
+  // ports in its replication group, each with the encapsulation the chip assigns to that port.
+  static std::string OnChip(bcm_vlan_t vlan) {
+    std::string text = "vlan";
+    for (const auto& [port, untagged] : sim::chip().Vlan(vlan).members)
+      text += " " + std::to_string(port) + (untagged ? "u" : "t");
+    text += " | group";
+    for (const auto& [gport, encap] : GroupOf(vlan)) {
+      const int port = halbd::LocalPortOrInvalid(gport);
+      text += " " + std::to_string(port) + (encap == sim::Chip::EncapOf(port) ? "" : "?");
+    }
+    return text;
+  }
+  static std::set<std::pair<bcm_gport_t, bcm_if_t>> GroupOf(bcm_vlan_t vlan) {
+    const bcm_multicast_t group = sim::chip().Vlan(vlan).control.broadcast_group;
+    return group == 0 ? std::set<std::pair<bcm_gport_t, bcm_if_t>>{}
+                      : sim::chip().GroupMembers(group);
   }
 
   const limid_t kVlan10 = sim::BridgeDomain(10);
