@@ -41,8 +41,10 @@ const struct IdCase {
 };
 
 // Identifiers are copied into and out of byte buffers and packed records of the companion
-// libraries: four bytes, no padding; the hash is those bytes read in network order.
-TEST(Identifiers, BytesHashAndOrderAreTheSameOnEveryHost) {
+// libraries: four bytes, no padding; the hash is those bytes read in network order. The services'
+// books are ordered maps keyed by identifiers: they iterate in the same order.
+using Identifiers = BridgePortTest;
+TEST_F(Identifiers, BytesHashAndOrderAreTheSameOnEveryHostAndInTheServicesBooks) {
   struct Record {
     unsigned char kind;
     limid_t id;
@@ -52,7 +54,8 @@ TEST(Identifiers, BytesHashAndOrderAreTheSameOnEveryHost) {
       std::make_tuple(sizeof(limid_t), alignof(limid_t), offsetof(Record, id), sizeof(Record)),
       std::make_tuple(4u, 1u, 1u, 6u));
   std::set<limid_t> ordered;
-  for (const IdCase& c : kIds) {
+  for (auto it = std::rbegin(kIds); it != std::rend(kIds); ++it) {
+    const IdCase& c = *it;
     SCOPED_TRACE(c.name);
     const limid_t id = sim::ParseId(c.name);
     const unsigned char expected[] = {
@@ -67,28 +70,21 @@ TEST(Identifiers, BytesHashAndOrderAreTheSameOnEveryHost) {
     EXPECT_EQ(halbd::IsLag(id), expected[0] == 2);
     EXPECT_EQ(halbd::IsLagByTypeCompare(id), expected[0] == 2);
     ordered.insert(id);
+    if (expected[0] != 2)  // not a LAG
+      service->SetAcceptableFrameType(id, HAL_BP_ADMIT_ONLY_TAGGED);
   }
-  std::vector<uint32_t> inSetOrder;
+  std::vector<uint32_t> inSetOrder, inBookOrder;
   inSetOrder.reserve(ordered.size());
+  inBookOrder.reserve(ordered.size());
   for (const limid_t& id : ordered)
     inSetOrder.push_back(std::hash<limid_t>()(id));
-  EXPECT_TRUE(std::is_sorted(inSetOrder.begin(), inSetOrder.end()));
-  EXPECT_EQ(inSetOrder.size(), std::size(kIds));
-  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4094)), 4094);
-}
-
-// The services' books are ordered maps keyed by identifiers: they iterate in the same order.
-TEST_F(BridgePortTest, ServiceBooksIterateInIdentifierByteOrder) {
-  for (auto it = std::rbegin(kIds); it != std::rend(kIds); ++it) {
-    if (!halbd::IsLag(sim::ParseId(it->name)))
-      service->SetAcceptableFrameType(sim::ParseId(it->name), HAL_BP_ADMIT_ONLY_TAGGED);
-  }
-  std::vector<uint32_t> keys;
-  keys.reserve(Books().acceptableFrameTypes().size());
   for (const auto& entry : Books().acceptableFrameTypes())
-    keys.push_back(std::hash<limid_t>()(entry.first));
-  EXPECT_EQ(keys.size(), std::size(kIds) - 2);
-  EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+    inBookOrder.push_back(std::hash<limid_t>()(entry.first));
+  EXPECT_EQ(inSetOrder.size(), std::size(kIds));
+  EXPECT_TRUE(std::is_sorted(inSetOrder.begin(), inSetOrder.end()));
+  EXPECT_EQ(inBookOrder.size(), std::size(kIds) - 2);
+  EXPECT_TRUE(std::is_sorted(inBookOrder.begin(), inBookOrder.end()));
+  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4094)), 4094);
 }
 
 // The type field is bits 26-31 read unsigned: a gport with bit 31 set is a negative int and must
