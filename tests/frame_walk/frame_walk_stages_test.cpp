@@ -1,9 +1,8 @@
 // Each stage of the frame walk on a chip programmed directly through the SDK.
 #include <functional>
 
+#include "service_fixtures.h"
 #include "sim/frame_walk.h"
-#include "sim/sim_lag_orchestrator.h"
-#include "sim_test.h"
 
 namespace {
 

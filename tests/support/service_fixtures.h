@@ -1,6 +1,9 @@
-// The platform most service tests run on, the services on it, and the helpers they share.
+// The simulated platform every test runs on, the services on it, and the helpers they share.
 #ifndef HALBD_TESTS_SUPPORT_SERVICE_FIXTURES_H
 #define HALBD_TESTS_SUPPORT_SERVICE_FIXTURES_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -16,7 +19,7 @@
 #include "bridge_port_inspector.h"
 #include "hal_platform.h"
 #include "sim/sim_lag_orchestrator.h"
-#include "sim_test.h"
+#include "sim/sim_platform.h"
 
 using Lines = std::vector<std::string>;
 using ::testing::ElementsAre;
@@ -47,6 +50,27 @@ inline std::string Text(const vlanxlate::VlanMapping& rule) {
   os << rule;
   return os.str();
 }
+
+// The fixture of every test that runs the library on the simulated platform.
+class SimTest : public ::testing::Test {
+ protected:
+  void SetUp() override { sim::Reset(); }
+
+  // "log(3): text" / "error(-7): text" for every message since the last reset or ClearLog().
+  static std::vector<std::string> LogLines() { return sim::halLog().Lines(); }
+  // "function(arguments) = rc" for every chip call since the last reset or ClearTrace().
+  static std::vector<std::string> Trace() { return sim::chip().TraceTexts(); }
+  static std::vector<std::string> Trace(const std::string& function) {
+    return sim::chip().TraceTexts(function);
+  }
+  static void ClearLog() { sim::halLog().Clear(); }
+  static void ClearTrace() { sim::chip().ClearTrace(); }
+  // Forget what set-up did, so that the assertions see only the operation under test.
+  static void ClearRecords() {
+    ClearLog();
+    ClearTrace();
+  }
+};
 
 // eth1/1 to eth1/4 on local ports 1 to 4, eth1/8 on a port of another chip, eth1/9 in no table;
 // lag1 on trunk 5 without members; the LAG orchestrator the services register with.
