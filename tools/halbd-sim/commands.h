@@ -32,6 +32,9 @@ std::vector<Command> EventCommands();   // LAG events and VLAN orchestrator clie
 std::vector<Command> ShowCommands();    // the chip's state as tables
 std::vector<Command> FrameCommands();   // where the chip sends a frame
 
+// The SDK functions a fault can be planned for.
+const std::vector<std::string>& SdkFunctionNames();
+
 // How the frame command takes its frame, for help.
 extern const char* const kFrameSyntaxHelp;
 
@@ -39,10 +42,37 @@ extern const char* const kFrameSyntaxHelp;
 const std::vector<Command>& AllCommands();
 
 // Finds the command of a line and checks its arguments; ScenarioError for an unknown command.
+// Command names are matched without regard to case.
 Action PrepareLine(const Session& session, const std::vector<std::string>& words);
 
-// One line per command, then the value syntax.
-void PrintHelp(std::ostream& out);
+// The command the words start with (or, wholeName, consist of); ScenarioError naming the nearest
+// commands for an unknown one.
+const Command& FindCommand(const std::vector<std::string>& words, bool wholeName);
+
+// The first words of the commands, each once, in help order.
+std::vector<std::string> CommandWords();
+
+// The choices nearest to a mistyped word, at most three: within a few edits of it (letter case
+// aside), or starting with it.
+std::vector<std::string> Nearest(const std::string& word, const std::vector<std::string>& choices);
+size_t EditDistance(const std::string& a, const std::string& b);
+
+std::string Lower(const std::string& word);
+// The blank-separated words of a command's name.
+std::vector<std::string> NameWords(const std::string& name);
+// The name and the synopsis.
+std::string Usage(const Command& command);
+
+// One entry per command, wrapped to width columns, then the value syntax.
+void PrintHelp(std::ostream& out, size_t width);
+// One command: usage, what it does, its arguments, an example.
+void PrintCommandHelp(std::ostream& out, const Command& command);
+
+// The words of a show table that need explaining (chip terms), as lines; empty for others.
+std::string ShowLegend(const std::string& commandName);
+
+// How names and numbers are written, for help.
+extern const char* const kNamesHelp;
 
 // An action that runs one library operation through Session::RunOperation.
 Action Operation(std::function<Session::Outcome(Session&)> operation);

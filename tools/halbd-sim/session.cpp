@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include "line_reader.h"
@@ -162,9 +163,43 @@ void Session::RunOperation(const std::function<Outcome()>& operation) {
   } catch (const std::exception& e) {
     outcome = {std::string("exception: ") + e.what()};
   }
-  PrintEffects(logStart, traceStart, assertStart);
+  if (!quiet_)
+    PrintEffects(logStart, traceStart, assertStart);
   for (const std::string& line : outcome)
     Print(line);
+  lastResult_ = ResultCodeOf(outcome);
+  lastFailureCounted_ = lastResult_ && *lastResult_ < 0;
+  if (lastFailureCounted_)
+    ++unexpectedFailures_;
+}
+
+void Session::FailureExpected() {
+  if (lastFailureCounted_)
+    --unexpectedFailures_;
+  lastFailureCounted_ = false;
+}
+
+std::optional<int> ResultCodeOf(const Session::Outcome& outcome) {
+  static const std::string kResult = "result: ";
+  static const std::string kAnswer = "answer ";
+  std::optional<int> code;
+  for (const std::string& line : outcome) {
+    if (line.compare(0, kResult.size(), kResult) == 0) {
+      const std::string word =
+          line.substr(kResult.size(), line.find(' ', kResult.size()) - kResult.size());
+      char* end = nullptr;
+      const long value = std::strtol(word.c_str(), &end, 10);
+      // "result: 0x8100" is a value, not a code.
+      if (word.empty() || *end != '\0')
+        return std::nullopt;
+      return static_cast<int>(value);
+    }
+    if (line.compare(0, kAnswer.size(), kAnswer) == 0) {
+      const bool handled = line.size() >= 4 && line.compare(line.size() - 4, 4, "true") == 0;
+      code = (code.value_or(0) < 0 || !handled) ? -1 : 0;
+    }
+  }
+  return code;
 }
 
 void Session::PrintEffects(size_t logStart, size_t traceStart, size_t assertStart) {

@@ -80,6 +80,29 @@ class Session {
   void RequestQuit() { quit_ = true; }
   bool QuitRequested() const { return quit_; }
 
+  // ---- how output is given ----
+  // Quiet: results and tables only, without the effects (client notes, log lines, SDK calls).
+  void SetQuiet(bool on) { quiet_ = on; }
+  bool Quiet() const { return quiet_; }
+  // Tables as JSON documents instead of aligned text.
+  void SetJson(bool on) { json_ = on; }
+  bool Json() const { return json_; }
+  // Columns that help wraps to: the terminal's, 80 without one.
+  void SetTerminalWidth(size_t columns) { terminalWidth_ = columns; }
+  size_t TerminalWidth() const { return terminalWidth_; }
+
+  // ---- outcomes, for expect and --strict ----
+  // The result code of the last operation: its "result: N", or -1 when a LAG event handler
+  // answered false (0 when all answered true). Empty before any, and after an operation whose
+  // outcome is a value rather than a code (GetTpid).
+  std::optional<int> LastResult() const { return lastResult_; }
+  // Operations that failed and were not followed by an expect of that failure.
+  int UnexpectedFailures() const { return unexpectedFailures_; }
+  int FailedExpects() const { return failedExpects_; }
+  // An expect of the last result held: a failure it names was meant, and is not counted.
+  void FailureExpected();
+  void ExpectFailed() { ++failedExpects_; }
+
  private:
   struct ClientState {
     bool refuseAdd = false;
@@ -106,7 +129,17 @@ class Session {
   bool traceEcho_ = false;
   size_t traceShown_ = 0;
   bool quit_ = false;
+  bool quiet_ = false;
+  bool json_ = false;
+  size_t terminalWidth_ = 80;
+  std::optional<int> lastResult_;
+  bool lastFailureCounted_ = false;
+  int unexpectedFailures_ = 0;
+  int failedExpects_ = 0;
 };
+
+// The result code an outcome carries (see Session::LastResult).
+std::optional<int> ResultCodeOf(const Session::Outcome& outcome);
 
 }  // namespace halbdsim
 

@@ -270,3 +270,21 @@ std::vector<Command> ShowCommands() {
 }
 
 }  // namespace halbdsim
+
+namespace halbdsim {
+
+std::string ShowLegend(const std::string& commandName) {
+  if (commandName != "show ports")
+    return "";
+  return "legend:\n"
+         "  admits: frames the port takes in: all, tagged-only, untagged-only, none\n"
+         "  qinq: on when the port adds an outer tag (chip dtag external)\n"
+         "  dtag: the chip's double-tag mode: none, internal, external (Q-in-Q)\n"
+         "  discard: what the chip drops on ingress: none, all, untag (untagged frames), tag\n"
+         "    (tagged frames)\n"
+         "  class: the egress class keying egress translation (a LAG's members share one)\n"
+         "  keys: the two ingress translation lookups: double (outer and inner VLAN), outer,\n"
+         "    inner\n";
+}
+
+}  // namespace halbdsim
