@@ -188,7 +188,7 @@ const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (auto area : {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands,
-                      FrameCommands, ShellCommands}) {
+                      FrameCommands, ExpectCommands, ShellCommands}) {
       for (Command& command : area())
         all.push_back(std::move(command));
     }
@@ -197,11 +197,43 @@ const std::vector<Command>& AllCommands() {
   return commands;
 }
 
+std::vector<std::vector<std::string>> ExpandRanges(const std::vector<std::string>& words) {
+  const std::string command = Lower(words[0]);
+  size_t at = 0;
+  std::string prefix;
+  if (command == "vlan" && words.size() > 1) {
+    at = 1;
+  } else if ((command == "addmember" || command == "delmember") && words.size() > 1 &&
+             Lower(words[1]).rfind("vlan", 0) == 0) {
+    at = 1;
+    prefix = words[1].substr(0, 4);
+  }
+  if (at == 0 || words[at].find('-', prefix.size() + 1) == std::string::npos)
+    return {words};
+  const auto [first, last] = ParseRange(words[at].substr(prefix.size()), 0, 4095, "vlan");
+  std::vector<std::vector<std::string>> lines;
+  for (long long vlan = first; vlan <= last; ++vlan) {
+    lines.push_back(words);
+    lines.back()[at] = prefix + std::to_string(vlan);
+  }
+  return lines;
+}
+
 Action PrepareLine(const Session& session, const std::vector<std::string>& words) {
-  const Command& command = FindCommand(words, false);
-  const size_t nameSize = NameWords(command.name).size();
-  Arguments args(std::vector<std::string>(words.begin() + nameSize, words.end()));
-  return command.prepare(session, args);
+  std::vector<Action> actions;
+  // Every line of a range is checked before any of them runs.
+  for (const std::vector<std::string>& line : ExpandRanges(words)) {
+    const Command& command = FindCommand(line, false);
+    const size_t nameSize = NameWords(command.name).size();
+    Arguments args(std::vector<std::string>(line.begin() + nameSize, line.end()));
+    actions.push_back(command.prepare(session, args));
+  }
+  if (actions.size() == 1)
+    return actions.front();
+  return [actions](Session& s) {
+    for (const Action& action : actions)
+      action(s);
+  };
 }
 
 std::string Usage(const Command& command) {

@@ -4,12 +4,14 @@
 #define HALBD_SIM_COMMANDS_H
 
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "arguments.h"
 #include "session.h"
+#include "table.h"
 
 namespace halbdsim {
 
@@ -31,6 +33,7 @@ std::vector<Command> DomainCommands();  // the bridge-domain service
 std::vector<Command> EventCommands();   // LAG events and VLAN orchestrator clients
 std::vector<Command> ShowCommands();    // the chip's state as tables
 std::vector<Command> FrameCommands();   // where the chip sends a frame
+std::vector<Command> ExpectCommands();  // checks that make a scenario test itself
 
 // The SDK functions a fault can be planned for.
 const std::vector<std::string>& SdkFunctionNames();
@@ -44,6 +47,10 @@ const std::vector<Command>& AllCommands();
 // Finds the command of a line and checks its arguments; ScenarioError for an unknown command.
 // Command names are matched without regard to case.
 Action PrepareLine(const Session& session, const std::vector<std::string>& words);
+
+// A line of a command that takes a VLAN range (vlan 10-20, addMember vlan10-20 ...,
+// delMember vlan10-20 ...) as one line per VLAN; any other line as it is.
+std::vector<std::vector<std::string>> ExpandRanges(const std::vector<std::string>& words);
 
 // The command the words start with (or, wholeName, consist of); ScenarioError naming the nearest
 // commands for an unknown one.
@@ -67,6 +74,9 @@ std::string Usage(const Command& command);
 void PrintHelp(std::ostream& out, size_t width);
 // One command: usage, what it does, its arguments, an example.
 void PrintCommandHelp(std::ostream& out, const Command& command);
+
+// The table a show command prints (not the trace); none for another name.
+std::optional<Table> ShowTable(const Session& session, const std::string& name);
 
 // The words of a show table that need explaining (chip terms), as lines; empty for others.
 std::string ShowLegend(const std::string& commandName);

@@ -1,5 +1,6 @@
 // Commands of the two orchestrators: LAG events raised through the simulated LAG orchestrator,
 // and VLAN orchestrator clients that print what they are told.
+#include "chip_changes.h"
 #include "commands.h"
 #include "line_reader.h"
 #include "sim/sim_platform.h"
@@ -18,26 +19,45 @@ limid_t TakeLiveLag(const Session& session, Arguments& args) {
   return lag;
 }
 
+// Raises a LAG event, then tells what it changed on the chip, port by port, before the handlers'
+// answers.
+Action LagEvent(std::function<std::vector<sim::LagOrchestratorSim::Answer>(Session&)> raise) {
+  return Operation([raise](Session& s) {
+    const auto before = SnapshotPorts(s);
+    Session::Outcome lines = AnswerLines(raise(s));
+    Session::Outcome changes = DescribeChanges(before, SnapshotPorts(s));
+    changes.insert(changes.end(), lines.begin(), lines.end());
+    return changes;
+  });
+}
+
 Action PrepareMemberAdded(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
-  return Operation(
-      [=](Session& s) { return AnswerLines(s.LagOrchestrator().AddMember(lag, member)); });
+  return LagEvent([=](Session& s) {
+    s.Book().MemberAdded(lag, member);
+    return s.LagOrchestrator().AddMember(lag, member);
+  });
 }
 
 Action PrepareMemberDeleted(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
-  return Operation(
-      [=](Session& s) { return AnswerLines(s.LagOrchestrator().DeleteMember(lag, member)); });
+  return LagEvent([=](Session& s) {
+    s.Book().MemberDeleted(member);
+    return s.LagOrchestrator().DeleteMember(lag, member);
+  });
 }
 
 Action PrepareLagDeleted(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
   args.ExpectEnd();
-  return Operation([=](Session& s) { return AnswerLines(s.LagOrchestrator().DeleteLag(lag)); });
+  return LagEvent([=](Session& s) {
+    s.Book().LagDeleted(lag, s.LagMembers(lag));
+    return s.LagOrchestrator().DeleteLag(lag);
+  });
 }
 
 struct ClientKey {

@@ -91,7 +91,11 @@ Action PrepareFrame(const Session& session, Arguments& args) {
   const sim::Frame frame = TakeFrame(args);
   const bool stages = args.TakeKeyword({"--trace"}).has_value();
   args.ExpectEnd();
-  return [=](Session& s) { PrintWalk(s, sim::WalkFrame(port, frame), stages); };
+  return [=](Session& s) {
+    const sim::FrameWalk walk = sim::WalkFrame(port, frame);
+    s.RememberWalk(walk);
+    PrintWalk(s, walk, stages);
+  };
 }
 
 }  // namespace

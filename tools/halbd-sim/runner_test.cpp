@@ -82,8 +82,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"vlan 10", "VLAN 10 already exists on the chip"},
         BadLine{"vlan 4096", "vlan out of range (0 to 4095): 4096"},
         BadLine{"show",
-                "show needs one of: ports, vlans, ingress, egress, lags, member-table, "
-                "trace"},
+                "show needs one of: ports, port-vlans, vlans, ingress, egress, lags, "
+                "member-table, trace"},
         BadLine{"frame vlan10", "port must be a port: vlan10"},
         BadLine{"frame eth1/1 tagged", "frame must be untagged or tag TPID VLAN PCP: 'tagged'"},
         BadLine{"frame eth1/1 tag 0x8100 10", "missing pcp"},

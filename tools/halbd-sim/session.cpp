@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "hal_bcm_common.h"
 #include "line_reader.h"
 #include "sim/sim_platform.h"
 
@@ -82,6 +83,12 @@ limid_t Session::Resolve(const std::string& text, const std::string& argName,
                         (kind == kPort ? "port" : "lag") + "'");
   }
   return id;
+}
+
+std::set<limid_t> Session::LagMembers(limid_t lag) const {
+  if (!sim::common().HasLag(lag))
+    return {};
+  return HalBcmCommon::GetInstance()->GetLagMembers(lag);
 }
 
 std::string Session::NameOfChipPort(int port) const {

@@ -10,13 +10,16 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "hal_bridge_domain_itf.h"
 #include "hal_bridge_port_itf.h"
+#include "library_book.h"
 #include "limid.h"
+#include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 
 namespace halbdsim {
@@ -47,6 +50,11 @@ class Session {
   HalBridgePortItf& BridgePort() { return *bridgePort_; }
   HalBridgeDomainItf& BridgeDomain() { return *bridgeDomain_; }
   sim::LagOrchestratorSim& LagOrchestrator() { return *lagOrchestrator_; }
+  // What the bridge-port service keeps, as the operations run so far tell.
+  LibraryBook& Book() { return book_; }
+  const LibraryBook& Book() const { return book_; }
+  // The current members of a LAG in the common tables; none for a deleted one.
+  std::set<limid_t> LagMembers(limid_t lag) const;
 
   // ---- names ----
   // The identifier a name stands for. It must be of one of the kinds, and a port or LAG must have
@@ -79,6 +87,10 @@ class Session {
   void Print(const std::string& line);
   void RequestQuit() { quit_ = true; }
   bool QuitRequested() const { return quit_; }
+
+  // The last frame walk shown, for expect.
+  void RememberWalk(const sim::FrameWalk& walk) { lastWalk_ = walk; }
+  const std::optional<sim::FrameWalk>& LastWalk() const { return lastWalk_; }
 
   // ---- how output is given ----
   // Quiet: results and tables only, without the effects (client notes, log lines, SDK calls).
@@ -124,6 +136,8 @@ class Session {
   HalBridgeDomainItf* bridgeDomain_ = nullptr;
   HalBridgePortItf* bridgePort_ = nullptr;
   std::map<limid_t, DeclaredInterface> declared_;
+  LibraryBook book_;
+  std::optional<sim::FrameWalk> lastWalk_;
   std::map<ClientKey, std::shared_ptr<ClientState>> clients_;
   std::vector<Note> notes_;
   bool traceEcho_ = false;
