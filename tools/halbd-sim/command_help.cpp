@@ -118,13 +118,15 @@ std::vector<std::string> ArgumentNames(const std::string& synopsis) {
 }  // namespace
 
 void PrintCommandHelp(std::ostream& out, const Command& command) {
-  out << "usage: " << Usage(command) << '\n' << "  " << command.summary << '\n';
+  out << "usage: " << Usage(command) << '\n';
+  PrintWrapped(out, "", command.summary, 2, 80);
   bool first = true;
   for (const std::string& name : ArgumentNames(command.synopsis)) {
     const auto argument = kArguments.find(name);
     if (argument == kArguments.end())
       continue;
-    out << (first ? "arguments:\n" : "") << "  " << name << ": " << argument->second << '\n';
+    out << (first ? "arguments:\n" : "");
+    PrintWrapped(out, "  " + name + ":", argument->second, 16, 80);
     first = false;
   }
   if (command.name.rfind("show ", 0) == 0)

@@ -83,6 +83,8 @@ std::vector<std::string> Wrap(const std::string& text, size_t width, size_t inde
   return lines;
 }
 
+}  // namespace
+
 void PrintWrapped(std::ostream& out, const std::string& head, const std::string& text,
                   size_t column, size_t width) {
   std::string first = head;
@@ -95,8 +97,6 @@ void PrintWrapped(std::ostream& out, const std::string& head, const std::string&
   for (size_t i = 0; i < lines.size(); ++i)
     out << (i == 0 ? first : std::string(column, ' ')) << lines[i] << '\n';
 }
-
-}  // namespace
 
 std::string Lower(const std::string& word) {
   std::string lower = word;
@@ -132,7 +132,7 @@ size_t EditDistance(const std::string& a, const std::string& b) {
 std::vector<std::string> Nearest(const std::string& word, const std::vector<std::string>& choices) {
   const std::string lower = Lower(word);
   // A typing slip is a few letters; beyond a third of the word it is another word.
-  const size_t limit = std::max<size_t>(2, lower.size() / 3);
+  const size_t limit = std::max<size_t>(1, lower.size() / 3);
   size_t best = limit + 1;
   std::vector<std::string> nearest;
   for (const std::string& choice : choices) {

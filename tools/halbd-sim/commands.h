@@ -70,6 +70,11 @@ std::vector<std::string> NameWords(const std::string& name);
 // The name and the synopsis.
 std::string Usage(const Command& command);
 
+// head, then text word-wrapped to width from column on; a head too long for the column stands on
+// its own line.
+void PrintWrapped(std::ostream& out, const std::string& head, const std::string& text,
+                  size_t column, size_t width);
+
 // One entry per command, wrapped to width columns, then the value syntax.
 void PrintHelp(std::ostream& out, size_t width);
 // One command: usage, what it does, its arguments, an example.

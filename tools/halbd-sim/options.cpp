@@ -39,6 +39,8 @@ std::string RefusedOption(char** argv) {
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
   optind = 0;  // a fresh scan, also when called more than once in a process
   opterr = 0;  // the messages are ours
+  // The command line is read once, before the session starts: no other thread exists yet.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
   for (int option; (option = getopt_long(argc, argv, "+sjqihV", kLongOptions, nullptr)) != -1;) {
     switch (option) {
       case 's':
