@@ -93,11 +93,15 @@ std::vector<std::string> DescribeChanges(const std::map<std::string, PortSnapsho
     const auto was = before.find(name);
     if (was == before.end())
       continue;
-    std::string line;
-    for (const std::string& change : PortChanges(was->second, now))
-      line += (line.empty() ? "" : "; ") + change;
-    if (!line.empty())
-      lines.push_back("changed " + name + ": " + line);
+    const std::vector<std::string> changes = PortChanges(was->second, now);
+    if (changes.empty())
+      continue;
+    std::string line = "changed " + name + ":";
+    for (size_t i = 0; i < changes.size(); ++i) {
+      line += i == 0 ? " " : "; ";
+      line += changes[i];
+    }
+    lines.push_back(line);
   }
   return lines;
 }

@@ -21,7 +21,8 @@ limid_t TakeLiveLag(const Session& session, Arguments& args) {
 
 // Raises a LAG event, then tells what it changed on the chip, port by port, before the handlers'
 // answers.
-Action LagEvent(std::function<std::vector<sim::LagOrchestratorSim::Answer>(Session&)> raise) {
+Action LagEvent(
+    const std::function<std::vector<sim::LagOrchestratorSim::Answer>(Session&)>& raise) {
   return Operation([raise](Session& s) {
     const auto before = SnapshotPorts(s);
     Session::Outcome lines = AnswerLines(raise(s));

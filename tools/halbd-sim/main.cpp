@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "commands.h"
 #include "edit_line_reader.h"
@@ -65,8 +65,8 @@ int main(int argc, char** argv) {
   if (options.path != "-") {
     file.open(options.path);
     if (!file) {
-      std::cerr << "halbd-sim: cannot read " << options.path << ": " << std::strerror(errno)
-                << '\n';
+      std::cerr << "halbd-sim: cannot read " << options.path << ": "
+                << std::error_code(errno, std::generic_category()).message() << '\n';
       return kUsageError;
     }
   }
