@@ -93,10 +93,11 @@ std::vector<std::string> Candidates(const Session& session, const std::vector<st
   const std::vector<std::string> synopsis = NameWords(command->synopsis);
   const size_t index = words.size() - NameWords(command->name).size();
   // A rule, a frame and an expect's check take their keywords anywhere after their start.
-  for (size_t i = 0; i < synopsis.size() && i <= index; ++i) {
+  const size_t reached = std::min(synopsis.size(), index + 1);
+  for (size_t i = 0; i < reached; ++i) {
     if (synopsis[i] == "RULE")
       return kRuleWords;
-    if (synopsis[i] == "[FRAME]" && i < index)
+    if (i < index && synopsis[i] == "[FRAME]")
       return ArgumentWords(session, "FRAME");
   }
   if (index >= synopsis.size())

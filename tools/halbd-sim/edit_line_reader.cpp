@@ -72,7 +72,8 @@ class EditLineReader : public LineSource {
         std::cout << std::endl;  // Ctrl-D leaves the prompt's line unfinished
         return false;
       }
-      if (abandoned_)
+      // Set by Abandon, which el_gets calls for Ctrl-C.
+      if (abandoned_)  // cppcheck-suppress knownConditionTrueFalse
         continue;
       line.assign(text, static_cast<size_t>(count));
       if (!line.empty() && line.back() == '\n')

@@ -57,9 +57,10 @@ void LibraryBook::RuleAdded(limid_t id, bool ingress, const std::string& rule, i
 }
 
 void LibraryBook::RuleDeleted(limid_t id, bool ingress, const std::string& rule, int rc) {
+  if (rc != 0)
+    return;
   std::vector<std::string>& rules = ingress ? kept_[id].ingressRules : kept_[id].egressRules;
-  if (rc == 0)
-    rules.erase(std::remove(rules.begin(), rules.end(), rule), rules.end());
+  rules.erase(std::remove(rules.begin(), rules.end(), rule), rules.end());
 }
 
 void LibraryBook::MemberAdded(limid_t lag, limid_t member) {

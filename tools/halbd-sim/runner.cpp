@@ -63,7 +63,10 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
   int status = 0;
   std::string line;
   while (!session.QuitRequested()) {
-    LineSource& current = sourced.empty() ? reader : *sourced.back();
+    LineSource* source = &reader;
+    if (!sourced.empty())
+      source = sourced.back().get();
+    LineSource& current = *source;
     const bool batch = !interactive || !sourced.empty();
     const bool echo = batch && !session.Quiet();
     if (!current.Next(line)) {

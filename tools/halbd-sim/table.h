@@ -13,7 +13,9 @@ namespace halbdsim {
 enum class ColumnKind { Text, Number, List, Flag, RuleList };
 
 struct Column {
-  Column(const char* columnName, ColumnKind columnKind = ColumnKind::Text)  // NOLINT: implicit
+  // Implicit, so that a table's columns are written as a brace list of names.
+  // cppcheck-suppress noExplicitConstructor
+  Column(const char* columnName, ColumnKind columnKind = ColumnKind::Text)  // NOLINT
       : name(columnName), kind(columnKind) {}
   std::string name;
   ColumnKind kind;
