@@ -176,7 +176,7 @@ TEST(Table, JsonKeysAreTheColumnsWithValuesOfTheirKind) {
   table.AddRow({"eth1/2", "7", "-", "-", "-", "3"});
 
   const nlohmann::json json = nlohmann::json::parse(table.Json("ports"));
-  const nlohmann::json rows = json.at("ports");
+  const nlohmann::json& rows = json.at("ports");
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0].at("port"), "eth1/1");
   EXPECT_EQ(rows[0].at("gport"), 0x4000001);

@@ -129,8 +129,10 @@ void PrintCommandHelp(std::ostream& out, const Command& command) {
     PrintWrapped(out, "  " + name + ":", argument->second, 16, 80);
     first = false;
   }
-  if (command.name.rfind("show ", 0) == 0)
-    out << "  --json: the table as one JSON document\n" << ShowLegend(command.name);
+  if (command.name.rfind("show ", 0) == 0) {
+    PrintWrapped(out, "  --json:", "the table as one JSON document", 16, 80);
+    out << ShowLegend(command.name);
+  }
   const auto example = kExamples.find(command.name);
   if (example != kExamples.end())
     out << "example: " << example->second << '\n';

@@ -306,13 +306,13 @@ TEST_F(RunnerTest, ShowFiltersRowsAndGivesJsonByColumn) {
   Run(kChecked + "vlan 20\nshow vlans 20 --json\nshow port-vlans eth1/2 --json\n");
 
   const std::string out = out_.str();
-  const size_t vlans = out.find("{", out.find("> show vlans 20 --json"));
+  const size_t vlans = out.find('{', out.find("> show vlans 20 --json"));
   const size_t portVlans = out.find("> show port-vlans");
   const nlohmann::json vlanRows = nlohmann::json::parse(out.substr(vlans, portVlans - vlans));
   ASSERT_EQ(vlanRows.at("vlans").size(), 1u);
   EXPECT_EQ(vlanRows["vlans"][0].at("vlan"), 20);
   EXPECT_EQ(vlanRows["vlans"][0].at("untagged"), nlohmann::json::array());
-  const nlohmann::json portRows = nlohmann::json::parse(out.substr(out.find("{", portVlans)));
+  const nlohmann::json portRows = nlohmann::json::parse(out.substr(out.find('{', portVlans)));
   EXPECT_EQ(portRows, nlohmann::json::parse(R"({"port-vlans": [{"port": "eth1/2", "vlan": 10,
                                                 "tagging": "tagged", "native": false}]})"));
 }
@@ -386,7 +386,7 @@ class ShellTest : public ::testing::Test {
 #ifndef HALBD_HAVE_LIBEDIT
     GTEST_SKIP() << "built without libedit: the shell has no line editing to test";
 #endif
-    if (std::system("tmux -V >/dev/null 2>&1") != 0)
+    if (Shell("tmux -V >/dev/null 2>&1") != 0)
       GTEST_SKIP() << "tmux is not installed: the terminal test of the shell is skipped";
     socket_ = "halbd-shell-" + std::to_string(getpid());
     const std::string history = ::testing::TempDir() + socket_ + ".history";
@@ -397,8 +397,12 @@ class ShellTest : public ::testing::Test {
     Tmux("kill-server");
   }
 
+  // The test is the only thread of its process.
+  static int Shell(const std::string& command) {
+    return std::system(command.c_str());  // NOLINT(concurrency-mt-unsafe)
+  }
   int Tmux(const std::string& arguments) {
-    return std::system(("tmux -L " + socket_ + " " + arguments + " >/dev/null 2>&1").c_str());
+    return Shell("tmux -L " + socket_ + " " + arguments + " >/dev/null 2>&1");
   }
   void Keys(const std::string& keys) {
     Tmux("send-keys -t shell " + keys);
@@ -406,13 +410,12 @@ class ShellTest : public ::testing::Test {
   }
   std::string Screen() {
     const std::string file = ::testing::TempDir() + socket_ + ".screen";
-    std::system(("tmux -L " + socket_ + " capture-pane -t shell -p > " + file).c_str());
+    Shell("tmux -L " + socket_ + " capture-pane -t shell -p > " + file);
     std::ifstream in(file);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
   bool ShellRuns() {
-    return std::system(("pgrep -f '^" + std::string(HALBD_SIM_BINARY) + "$' >/dev/null").c_str()) ==
-           0;
+    return Shell("pgrep -f '^" + std::string(HALBD_SIM_BINARY) + "$' >/dev/null") == 0;
   }
 
   std::string socket_;
