@@ -101,12 +101,20 @@ Command RuleCommand(const std::string& name, const std::string& summary,
             const auto stage = static_cast<vlanxlate::Stage>(
                 ParseChoiceOrNumber(args.Take("stage"), kStages, 0, UINT32_MAX, "stage"));
             const std::string text = args.Rest();
-            const vlanxlate::VlanMapping rule = ParseRule(args);
-            return Operation([=](Session& s) {
+            // Only an added rule does something worth a warning.
+            std::vector<std::string> warnings;
+            const bool adding = operation == &HalBridgePortItf::AddVlanMappingRule;
+            const vlanxlate::VlanMapping rule = ParseRule(args, adding ? &warnings : nullptr);
+            const Action run = Operation([=](Session& s) {
               const int rc = (s.BridgePort().*operation)(id, stage, rule);
               (s.Book().*record)(id, stage == vlanxlate::Stage::Ingress, text, rc);
               return Result(rc);
             });
+            return [warnings, run](Session& s) {
+              for (const std::string& warning : warnings)
+                s.Print(warning);
+              run(s);
+            };
           }};
 }
 
