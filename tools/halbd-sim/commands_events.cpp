@@ -44,8 +44,15 @@ Action PrepareMemberDeleted(const Session& session, Arguments& args) {
 
 Action PrepareLagDeleted(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
+  // "unlisted": the LAG manager dropped the member list from the common tables before it raised
+  // the event, so the services cannot read the members any more.
+  const bool unlisted = args.TakeKeyword({"unlisted"}).has_value();
   args.ExpectEnd();
-  return Operation([=](Session& s) { return AnswerLines(s.LagOrchestrator().DeleteLag(lag)); });
+  return Operation([=](Session& s) {
+    auto& orchestrator = s.LagOrchestrator();
+    return AnswerLines(unlisted ? orchestrator.DeleteLagUnlisted(lag)
+                                : orchestrator.DeleteLag(lag));
+  });
 }
 
 struct ClientKey {
@@ -103,7 +110,8 @@ std::vector<Command> EventCommands() {
        PrepareMemberAdded},
       {"memberDeleted", "<lag> <member>", "a port leaves a LAG: raise the event to the services",
        PrepareMemberDeleted},
-      {"lagDeleted", "<lag>", "a LAG is deleted: raise the event, then forget the LAG",
+      {"lagDeleted", "<lag> [unlisted]",
+       "a LAG is deleted: raise the event, then forget the LAG (unlisted: forget it first)",
        PrepareLagDeleted},
       {"RegisterClient", "<priority> <name> [events]",
        "register a VLAN orchestrator client that prints what it is told (add-only, remove-only)",
