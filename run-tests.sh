@@ -33,7 +33,7 @@ for stage in "$@"; do
   esac
 done
 
-host_packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils pkgconf)
+host_packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils pkgconf dpkg-dev file lintian)
 analysis_packages=(clang-tidy cppcheck)
 target_packages=(g++-powerpc-linux-gnu qemu-user googletest)
 
