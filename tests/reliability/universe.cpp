@@ -300,6 +300,11 @@ class Driver {
     for (const VlanMapping& rule : RulesOf(Books().egressVlanMappings(), joining))
       egressUsers_[EgressKeyOf(member, rule)].emplace(member, rule);  // under its own class
     const bool stored = IsStored(op);
+    const auto& lagVlans = HalBcmBridgeDomainInspector(Domain()).lagMembership();
+    const auto lagVlan = lagVlans.find(member);
+    if (kind == kAddMember && lagVlan != lagVlans.end() &&
+        lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a))))
+      flagsRewritten_.emplace(Arg::Vlan(op.a), member);
 
     const int rc = Apply(op);
     const std::vector<sim::LogRecord> log(sim::halLog().Records().begin() + firstRecord,
@@ -428,7 +433,8 @@ class Driver {
 
   // The chip's VLANs and replication groups hold exactly the ports the books put there, directly
   // or through their LAG, tagged as the shared table says (the latest request; the books keep the
-  // first), which lists what the books list. A LAG's members have the LAG's TPID.
+  // first), which lists what the books list. A LAG added again with another flag has it on its
+  // members of the time, the first one on later members. A LAG's members have the LAG's TPID.
   void CheckMemberships(const std::string& what) {
     HalBcmBridgeDomainInspector books(Domain());
     std::map<std::pair<unsigned short, limid_t>, bool> booked, shared;  // (VLAN, id): tagged
@@ -447,14 +453,6 @@ class Driver {
         Expect(booked.count({vlan, id}) || offChip_.count(id), what + "listed in the table only");
       }
     }
-    for (const auto& [key, tagged] : booked) {
-      Expect(shared.count(key), what + sim::NameOf(key.second) + " not in the shared table");
-      for (const limid_t& port :
-           halbd::IsLag(key.second) ? LagMembers(key.second) : std::set<limid_t>{key.second}) {
-        if (LocalPortOf(port) > 0 && !vlansCleared_.count(key.first))
-          expected[{key.first, LocalPortOf(port)}] = !(shared.count(key) ? shared[key] : tagged);
-      }
-    }
     for (const unsigned short vlan : {10, 20, 30}) {
       std::set<std::pair<bcm_gport_t, bcm_if_t>> replicated;
       for (const auto& [port, untagged] : sim::chip().Vlan(vlan).members) {
@@ -466,6 +464,18 @@ class Driver {
       Expect(
           vlansCleared_.count(vlan) || group == 0 || sim::chip().GroupMembers(group) == replicated,
           what + "vlan" + std::to_string(vlan) + "'s replication group differs from its members");
+    }
+    for (const auto& [key, tagged] : booked) {
+      Expect(shared.count(key), what + sim::NameOf(key.second) + " not in the shared table");
+      for (const limid_t& port :
+           halbd::IsLag(key.second) ? LagMembers(key.second) : std::set<limid_t>{key.second}) {
+        const auto chip = onChip.find({key.first, LocalPortOf(port)});
+        if (LocalPortOf(port) > 0 && !vlansCleared_.count(key.first))
+          expected[{key.first, LocalPortOf(port)}] =
+              flagsRewritten_.count(key) && chip != onChip.end()
+                  ? chip->second
+                  : !(shared.count(key) ? shared[key] : tagged);
+      }
     }
     Expect(onChip == expected, what + "the chip's VLAN members differ from the books");
     for (const limid_t& lag : kLags) {
@@ -486,6 +496,7 @@ class Driver {
   bool exact_ = true;          // nothing failed: the chip holds exactly what the books say
   std::set<limid_t> offChip_;  // ports that joined a LAG, deleted LAGs
   std::set<unsigned short> vlansCleared_;
+  std::set<std::pair<unsigned short, limid_t>> flagsRewritten_;  // (VLAN, LAG) added again
   std::map<limid_t, unsigned short> tpids_;  // as asked for: a LAG's members take the LAG's
   std::map<sim::EgressKey, std::set<std::pair<limid_t, VlanMapping>>> egressUsers_;
 };
