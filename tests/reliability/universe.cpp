@@ -300,9 +300,9 @@ class Driver {
     for (const VlanMapping& rule : RulesOf(Books().egressVlanMappings(), joining))
       egressUsers_[EgressKeyOf(member, rule)].emplace(member, rule);  // under its own class
     const bool stored = IsStored(op);
-    const auto& lagVlans = HalBcmBridgeDomainInspector(Domain()).lagMembership();
-    const auto lagVlan = lagVlans.find(member);
-    if (kind == kAddMember && lagVlan != lagVlans.end() &&
+    HalBcmBridgeDomainInspector domain(Domain());
+    const auto lagVlan = domain.lagMembership().find(member);
+    if (kind == kAddMember && lagVlan != domain.lagMembership().end() &&
         lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a))))
       flagsRewritten_.emplace(Arg::Vlan(op.a), member);
 
