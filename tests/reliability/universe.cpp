@@ -330,8 +330,13 @@ class Driver {
       sim::chip().ClearFaults();
     if (rc == 0 && !hit && exact_)
       CheckLagEventEffects(what, kind, op);
-    // A port added or removed directly while in a LAG (a caller's mistake, asserted) is untracked.
-    exact_ &= !hit && rc != -1 && sim::Assertions().size() == assertions &&
+    // Past a failure, a step the operation logs and ignores (a rule the chip refuses under the new
+    // tag layout, for one) or a port added or removed directly while in a LAG (a caller's mistake,
+    // asserted), the chip and the books part ways.
+    const bool logged = std::any_of(log.begin(), log.end(), [](const sim::LogRecord& r) {
+      return r.isError || r.levelOrCode < 6;
+    });
+    exact_ &= !hit && rc != -1 && !logged && sim::Assertions().size() == assertions &&
               !(kind <= kDelMember && LagOf(member));
     if (rc != kSkipped)
       Learn(kind, op);
