@@ -33,7 +33,8 @@ for stage in "$@"; do
   esac
 done
 
-host_packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils pkgconf dpkg-dev file lintian)
+host_packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils pkgconf dpkg-dev file lintian
+  libpcap-dev tcpdump)
 analysis_packages=(clang-tidy cppcheck)
 target_packages=(g++-powerpc-linux-gnu qemu-user googletest)
 

@@ -92,6 +92,10 @@ std::optional<int> ResolvePort(int portOrGport) {
   return port;
 }
 
+bool IsVlanNumber(unsigned vlan) {
+  return vlan != 0 && vlan <= kMaxVlan;
+}
+
 std::string Args(std::initializer_list<std::string> parts) {
   std::string text;
   for (const std::string& part : parts) {
@@ -171,8 +175,9 @@ std::string SdkCall::Text() const {
 }
 
 bcm_multicast_t Chip::CreateVlan(bcm_vlan_t vlan, bool withBroadcastGroup) {
-  if (vlan > 4095)
-    throw std::invalid_argument("VLAN out of range");
+  if (VlanCreationCode(vlan) != BCM_E_NONE)
+    throw std::invalid_argument("VLAN " + std::to_string(vlan) +
+                                " cannot be created: " + _shr_errmsg[-BCM_E_PARAM]);
   VlanState& state = Model().vlans[vlan];
   state = VlanState{};
   if (withBroadcastGroup) {
@@ -180,6 +185,10 @@ bcm_multicast_t Chip::CreateVlan(bcm_vlan_t vlan, bool withBroadcastGroup) {
     Model().groups[state.control.broadcast_group];
   }
   return state.control.broadcast_group;
+}
+
+int Chip::VlanCreationCode(bcm_vlan_t vlan) {
+  return internal::IsVlanNumber(vlan) ? BCM_E_NONE : BCM_E_PARAM;
 }
 
 void Chip::DestroyVlan(bcm_vlan_t vlan) {

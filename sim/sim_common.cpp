@@ -79,6 +79,14 @@ bool Common::HasLag(limid_t lag) const {
   return Tables().lagMembers.count(lag) != 0;
 }
 
+std::optional<limid_t> Common::LagOf(limid_t member) const {
+  for (const auto& [lag, members] : Tables().lagMembers) {
+    if (members.count(member) != 0)
+      return lag;
+  }
+  return std::nullopt;
+}
+
 VlanMemberTable& Common::VlanMembers() {
   return Tables().vlanMembers;
 }

@@ -25,8 +25,9 @@ struct Packet {
 };
 
 std::string TagText(const FrameTag& tag) {
-  char text[32];
-  std::snprintf(text, sizeof text, "[0x%04x %u p%u]", tag.tpid, tag.vlan, tag.priority);
+  char text[40];
+  std::snprintf(text, sizeof text, "[0x%04x %u p%u%s]", tag.tpid, tag.vlan, tag.priority,
+                tag.dei ? " dei" : "");
   return text;
 }
 
@@ -41,11 +42,12 @@ std::string PacketText(const Packet& packet) {
 
 class Walker {
  public:
-  Walker(int ingressPort, const Frame& frame)
+  Walker(int ingressPort, const Frame& frame, const PortNamer& namer)
       : model_(Model()),
         port_(ingressPort),
         portState_(model_.ports.at(ingressPort)),
-        frame_(frame) {}
+        frame_(frame),
+        namer_(namer) {}
 
   FrameWalk Run() {
     if (RecognizeTags() && PassDiscard() && TranslateIngress() && AssignVlan() && FilterIngress()) {
@@ -55,6 +57,14 @@ class Walker {
   }
 
  private:
+  std::string PortName(int port) const {
+    return namer_ ? namer_(port) : "port " + std::to_string(port);
+  }
+
+  std::string EgressStage(int port) const {
+    return "egress " + (namer_ ? namer_(port) : std::to_string(port));
+  }
+
   void Step(const std::string& stage, const std::string& note) {
     walk_.steps.push_back(WalkStep{stage, note});
   }
@@ -276,8 +286,8 @@ class Walker {
       return Drop("ingress-filter", "VLAN " + std::to_string(vlan) + " does not exist");
     }
     if (it->second.members.count(port_) == 0) {
-      return Drop("ingress-filter", "port " + std::to_string(port_) + " is not a member of VLAN " +
-                                        std::to_string(vlan));
+      return Drop("ingress-filter",
+                  PortName(port_) + " is not a member of VLAN " + std::to_string(vlan));
     }
     Step("ingress-filter", "member of VLAN " + std::to_string(vlan));
     return true;
@@ -321,7 +331,7 @@ class Walker {
         continue;
       auto member = vlan.members.find(port);
       if (member == vlan.members.end()) {
-        note += ", port " + std::to_string(port) + " pruned (not a VLAN member)";
+        note += ", " + PortName(port) + " pruned (not a VLAN member)";
         continue;
       }
       targets.emplace_back(port, member->second);
@@ -358,7 +368,7 @@ class Walker {
       tags.front().tpid = egressPort.outerTpid;
     tags.insert(tags.end(), packet_.payload.begin(), packet_.payload.end());
     Frame out{tags};
-    Step("egress " + std::to_string(port), note + " -> " + FormatFrame(out));
+    Step(EgressStage(port), note + " -> " + FormatFrame(out));
     return out;
   }
 
@@ -401,17 +411,18 @@ class Walker {
   const int port_;
   const PortState& portState_;
   const Frame& frame_;
+  const PortNamer& namer_;
   Packet packet_;
   FrameWalk walk_;
 };
 
 }  // namespace
 
-FrameWalk WalkFrame(int ingressPort, const Frame& frame) {
+FrameWalk WalkFrame(int ingressPort, const Frame& frame, const PortNamer& namer) {
   if (ingressPort < 0 || ingressPort >= Chip::kNumPorts) {
     throw std::out_of_range("no such port: " + std::to_string(ingressPort));
   }
-  return Walker(ingressPort, frame).Run();
+  return Walker(ingressPort, frame, namer).Run();
 }
 
 std::string FormatFrame(const Frame& frame) {

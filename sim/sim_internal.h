@@ -41,6 +41,25 @@ void ResetChip();
 // The unit the chip answers to; its soc_control slot follows it.
 void SetChipUnit(int unit);
 
+// Ranges of the chip's fields.
+constexpr int kMaxVlan = 4095;
+constexpr int kMaxPriority = 7;
+// Egress VLAN-translate classes the port table holds (a LAG's class counts down from the top).
+constexpr uint32_t kMaxPortClass = 127;
+// The action-record flags of each translation table: an entry of the other table is refused.
+constexpr uint32_t kIngressActionFlags = 0x4;
+constexpr uint32_t kEgressActionFlags = 0x8;
+// The packet actions of the protocol-packet control (DHCP): bits beyond them do not exist.
+constexpr uint32_t kProtocolPacketActions = 0x1f;
+
+// A VLAN a per-VLAN call can name: 1 to 4095. VLAN 0 marks priority-tagged frames; no VLAN of
+// the chip has it.
+bool IsVlanNumber(unsigned vlan);
+// BCM_E_NONE for an action record that the table with these flags takes, else BCM_E_PARAM: VLANs
+// up to 4095, priorities up to 7 (-1 leaves the outer one), known actions, a TPID that a modify
+// action writes is not 0, and only the table's own flags.
+int CheckAction(const bcm_vlan_action_set_t& action, uint32_t tableFlags);
+
 // The port of this chip that a port argument names: a plain port number, or a local or module
 // gport of such a port. Empty for anything else (trunks, other modules, out of range).
 std::optional<int> ResolvePort(int portOrGport);

@@ -1,5 +1,7 @@
 #include "sim/sim_lag_orchestrator.h"
 
+#include <stdexcept>
+
 #include "sim/sim_platform.h"
 
 namespace sim {
@@ -35,8 +37,30 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::CreateLag(const limi
   });
 }
 
+std::optional<std::string> LagOrchestratorSim::AddMemberRefusal(const limid_t& lag,
+                                                                const limid_t& member) {
+  const std::optional<limid_t> current = common().LagOf(member);
+  if (!current)
+    return std::nullopt;
+  const std::string port = NameOf(member);
+  if (*current == lag)
+    return port + " is already a member of " + NameOf(lag);
+  // A port is in one LAG at a time: the LAG manager takes it out of its LAG first.
+  return port + " is a member of " + NameOf(*current) + ": it leaves " + NameOf(*current) +
+         " (member deleted) before it joins " + NameOf(lag) + " (member added)";
+}
+
+std::optional<std::string> LagOrchestratorSim::DeleteMemberRefusal(const limid_t& lag,
+                                                                   const limid_t& member) {
+  if (!common().HasLag(lag) || common().LagOf(member) == lag)
+    return std::nullopt;
+  return NameOf(member) + " is not a member of " + NameOf(lag);
+}
+
 std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::AddMember(const limid_t& lag,
                                                                       const limid_t& member) {
+  if (auto refusal = AddMemberRefusal(lag, member))
+    throw std::invalid_argument(*refusal);
   common().ListLagMember(lag, member);
   return Raise([&](Callback& c) -> std::optional<bool> {
     if (!c.memberAdded)
@@ -47,6 +71,10 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::AddMember(const limi
 
 std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteMember(const limid_t& lag,
                                                                          const limid_t& member) {
+  if (!common().HasLag(lag))
+    throw std::out_of_range("LAG not found");
+  if (auto refusal = DeleteMemberRefusal(lag, member))
+    throw std::invalid_argument(*refusal);
   auto answers = Raise([&](Callback& c) -> std::optional<bool> {
     if (!c.memberDeleted)
       return std::nullopt;

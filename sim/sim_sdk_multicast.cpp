@@ -20,11 +20,14 @@ int WithGroup(ChipModel& model, bcm_multicast_t group, Body body) {
   return body(it->second);
 }
 
-// Members are kept under the local-port gport of their port, whichever form the caller used.
+// Members are kept under the local-port gport of their port, whichever form the caller used. The
+// encap must be the one the chip gave the port (bcm_multicast_l2_encap_get).
 int MemberOf(bcm_gport_t port, bcm_if_t encap, std::pair<bcm_gport_t, bcm_if_t>& member) {
   auto resolved = sim::internal::ResolvePort(port);
   if (!resolved)
     return BCM_E_PORT;
+  if (encap != sim::Chip::EncapOf(*resolved))
+    return BCM_E_PARAM;
   member = {sim::LocalGport(*resolved), encap};
   return BCM_E_NONE;
 }
@@ -53,7 +56,7 @@ int bcm_multicast_l2_encap_get(int unit, bcm_multicast_t group, bcm_gport_t port
           auto resolved = sim::internal::ResolvePort(port);
           if (!resolved)
             return static_cast<int>(BCM_E_PORT);
-          if (encap_id == nullptr)
+          if (encap_id == nullptr || vlan > sim::internal::kMaxVlan)
             return static_cast<int>(BCM_E_PARAM);
           *encap_id = sim::Chip::EncapOf(*resolved);
           return static_cast<int>(BCM_E_NONE);

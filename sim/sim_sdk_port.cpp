@@ -3,13 +3,12 @@
 
 using sim::internal::ChipModel;
 using sim::internal::Dec;
+using sim::internal::kMaxPriority;
+using sim::internal::kMaxVlan;
 using sim::internal::PortArg;
 using sim::internal::RunCall;
 
 namespace {
-
-constexpr int kMaxVlan = 4095;
-constexpr int kMaxPriority = 7;
 
 // Applies change to the state of the port that port names, or answers BCM_E_PORT.
 template <typename Change>
@@ -32,6 +31,8 @@ int bcm_port_tpid_set(int unit, bcm_port_t port, uint16_t tpid) {
       },
       unit,
       [&](ChipModel& m) {
+        if (tpid == 0)  // no tag carries TPID 0
+          return static_cast<int>(BCM_E_PARAM);
         return WithPort(m, port, [&](sim::PortState& p) {
           p.outerTpid = tpid;
           return BCM_E_NONE;
@@ -47,6 +48,8 @@ int bcm_port_inner_tpid_set(int unit, bcm_port_t port, uint16_t tpid) {
       },
       unit,
       [&](ChipModel& m) {
+        if (tpid == 0)  // no tag carries TPID 0
+          return static_cast<int>(BCM_E_PARAM);
         return WithPort(m, port, [&](sim::PortState& p) {
           p.innerTpid = tpid;
           return BCM_E_NONE;
@@ -156,8 +159,10 @@ int bcm_port_class_set(int unit, bcm_port_t port, bcm_port_class_t pclass, uint3
           return static_cast<int>(BCM_E_PARAM);
         }
         return WithPort(m, port, [&](sim::PortState& p) {
+          if (pclass_id > sim::internal::kMaxPortClass)
+            return static_cast<int>(BCM_E_PARAM);
           p.egressClass = pclass_id;
-          return BCM_E_NONE;
+          return static_cast<int>(BCM_E_NONE);
         });
       });
 }

@@ -13,9 +13,12 @@ namespace {
 constexpr uint32_t kSelectiveFields =
     BCM_VLAN_CONTROL_VLAN_BROADCAST_GROUP_MASK | BCM_VLAN_CONTROL_VLAN_PROTOCOL_PKT_MASK;
 
-// VLANs are created by another HAL module; every call on a VLAN that does not exist fails.
+// VLANs are created by another HAL module; every call on a VLAN that does not exist fails, and
+// one on a number that is no VLAN (0, above 4095) is a bad parameter.
 template <typename Body>
 int WithVlan(ChipModel& model, bcm_vlan_t vlan, Body body) {
+  if (!sim::internal::IsVlanNumber(vlan))
+    return BCM_E_PARAM;
   auto it = model.vlans.find(vlan);
   if (it == model.vlans.end())
     return BCM_E_NOT_FOUND;
@@ -35,6 +38,20 @@ int WithVlanPort(ChipModel& model, bcm_vlan_t vlan, bcm_gport_t port, Body body)
 
 bcm_gport_t ReportedGport(const ChipModel& model, int port) {
   return model.reportModuleGports ? sim::ModuleGport(0, port) : sim::LocalGport(port);
+}
+
+// The fields of a control record that the chip checks: only its own packet actions, and a
+// broadcast group that exists (or 0, none).
+int CheckControl(const ChipModel& model, uint32_t fields, const bcm_vlan_control_vlan_t& control) {
+  if ((fields & BCM_VLAN_CONTROL_VLAN_PROTOCOL_PKT_MASK) &&
+      (control.protocol_pkt.dhcp_action & ~sim::internal::kProtocolPacketActions) != 0) {
+    return BCM_E_PARAM;
+  }
+  if ((fields & BCM_VLAN_CONTROL_VLAN_BROADCAST_GROUP_MASK) && control.broadcast_group != 0 &&
+      model.groups.count(control.broadcast_group) == 0) {
+    return BCM_E_NOT_FOUND;
+  }
+  return BCM_E_NONE;
 }
 
 void CopySelected(uint32_t fields, const bcm_vlan_control_vlan_t& from,
@@ -59,6 +76,8 @@ int bcm_vlan_gport_add(int unit, bcm_vlan_t vlan, bcm_gport_t port, int flags) {
       unit,
       [&](ChipModel& m) {
         return WithVlanPort(m, vlan, port, [&](sim::VlanState& v, int chipPort) {
+          if ((flags & ~BCM_VLAN_GPORT_ADD_UNTAGGED) != 0)
+            return static_cast<int>(BCM_E_PARAM);
           // Adding a member again only updates its untagged flag.
           v.members[chipPort] = (flags & BCM_VLAN_GPORT_ADD_UNTAGGED) != 0;
           return static_cast<int>(BCM_E_NONE);
@@ -175,8 +194,10 @@ int bcm_vlan_control_vlan_set(int unit, bcm_vlan_t vlan, bcm_vlan_control_vlan_t
       unit,
       [&](ChipModel& m) {
         return WithVlan(m, vlan, [&](sim::VlanState& v) {
-          v.control = control;
-          return static_cast<int>(BCM_E_NONE);
+          const int rc = CheckControl(m, kSelectiveFields, control);
+          if (rc == BCM_E_NONE)
+            v.control = control;
+          return rc;
         });
       });
 }
@@ -214,8 +235,10 @@ int bcm_vlan_control_vlan_selective_set(int unit, bcm_vlan_t vlan, uint32_t vali
           if ((valid_fields & ~kSelectiveFields) != 0 || control == nullptr) {
             return static_cast<int>(BCM_E_PARAM);
           }
-          CopySelected(valid_fields, *control, v.control);
-          return static_cast<int>(BCM_E_NONE);
+          const int rc = CheckControl(m, valid_fields, *control);
+          if (rc == BCM_E_NONE)
+            CopySelected(valid_fields, *control, v.control);
+          return rc;
         });
       });
 }

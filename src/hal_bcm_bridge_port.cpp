@@ -62,7 +62,8 @@ HalBcmBridgePort::HalBcmBridgePort(std::shared_ptr<halswitchl2if::LagOrchestrato
     : bcmCommon(HalBcmCommon::GetInstance()),
       unit(bcmCommon->unit),
       lagOrchestrator(std::move(orchestrator)) {
-  tpids.rehash(1);
+  // One bucket to start with (the default; a rehash would round it up to two), grown only when
+  // there are more TPIDs than buckets.
   tpids.max_load_factor(1.0f);
 
   if (!lagOrchestrator)

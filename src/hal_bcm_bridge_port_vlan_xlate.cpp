@@ -36,9 +36,11 @@ constexpr uint32_t kChipTypeWithoutPacketPriority = 47;
 constexpr int kLagClassTopWithPacketPriority = 127;
 constexpr int kLagClassTopWithoutPacketPriority = 63;
 
-constexpr const char* kGetGport = "get BCM gport";
-constexpr const char* kRetrieveGport = "retrieve BCM gport";
-constexpr const char* kRetrievePort = "retrieve BCM port";
+// Which lookup of an interface's chip port missed: each has its own message.
+enum class ChipPortMiss { GetGport, RetrieveGport, RetrievePort };
+constexpr ChipPortMiss kGetGport = ChipPortMiss::GetGport;
+constexpr ChipPortMiss kRetrieveGport = ChipPortMiss::RetrieveGport;
+constexpr ChipPortMiss kRetrievePort = ChipPortMiss::RetrievePort;
 
 bool IsUsed(uint8_t priority) {
   return priority != kUnusedPriority;
@@ -55,15 +57,33 @@ bool TakesPacketPriorityActions(int unit) {
           chip.chip_type != kChipTypeWithoutPacketPriority);
 }
 
-// The chip port of id from the gport table, or from the port table when fromPortTable. A miss is
-// logged as "<caller>() failed to <failure> for <id>: <reason>".
+// Each message stands whole in the source, so that a line of a switch's log leads to this code.
+void LogChipPortMiss(ChipPortMiss miss, const char* caller, const limid_t& id, const char* reason) {
+  const auto name = DecodedName(id);
+  switch (miss) {
+    case ChipPortMiss::GetGport:
+      Hal()->log(kLogError, "%s() failed to get BCM gport for %s: %s", caller, name.c_str(),
+                 reason);
+      return;
+    case ChipPortMiss::RetrieveGport:
+      Hal()->log(kLogError, "%s() failed to retrieve BCM gport for %s: %s", caller, name.c_str(),
+                 reason);
+      return;
+    case ChipPortMiss::RetrievePort:
+      Hal()->log(kLogError, "%s() failed to retrieve BCM port for %s: %s", caller, name.c_str(),
+                 reason);
+      return;
+  }
+}
+
+// The chip port of id from the gport table, or from the port table when fromPortTable; a miss is
+// logged with the caller's name.
 std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
-                                      bool fromPortTable, const char* caller, const char* failure) {
+                                      bool fromPortTable, const char* caller, ChipPortMiss miss) {
   try {
     return fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
   } catch (const std::out_of_range& e) {
-    Hal()->log(kLogError, "%s() failed to %s for %s: %s", caller, failure, DecodedName(id).c_str(),
-               e.what());
+    LogChipPortMiss(miss, caller, id, e.what());
     return std::nullopt;
   }
 }

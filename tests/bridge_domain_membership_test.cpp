@@ -1,6 +1,8 @@
 // Adding and removing members: the service's books, the shared VLAN member table, the chip and the
 // VLAN clients kept in step. Then the LAG events, after which a port in a LAG is a member of
 // exactly the LAG's VLANs on the chip.
+#include <stdexcept>
+
 #include "service_fixtures.h"
 
 namespace {
@@ -109,19 +111,61 @@ TEST_F(BridgeDomainMembership, LagIsProgrammedPerMemberButRecordedAsTheLagOnly) 
   EXPECT_EQ(table.at(10), (BookEntry{{kLag, true}}));
   EXPECT_THAT(notes, ElementsAre("add 10 lag1 tagged", "add 20 lag1 tagged"));
 
-  ASSERT_EQ(service->delMember(kVlan10, kLag), 0);
-  EXPECT_THAT(Members(10), IsEmpty());
+  // The removal walks on past a member missing from the port table and a refused chip removal.
+  ListMembers({9});
+  sim::chip().FailNext("bcm_vlan_gport_delete", 1, BCM_E_INTERNAL);
+  EXPECT_EQ(service->delMember(kVlan10, kLag), -1);
+  EXPECT_EQ(Members(10), (std::map<int, bool>{{1, false}}));
   EXPECT_THAT(sim::chip().GroupMembers(group10), IsEmpty());
+  EXPECT_EQ(Books().lagMembership().at(kLag), (BookEntry{{kVlan20, true}}));
 
   sim::common().ForgetLag(kLag);
   EXPECT_EQ(service->delMember(kVlan20, kLag), -1);
 
-  EXPECT_THAT(LogLines(), ElementsAre("log(3): delMember Couldn't find members for LAG lag1. "
-                                      "Likely already removed by Lag orchestrator"));
+  EXPECT_THAT(LogLines(),
+              ElementsAre("log(3): Error removing gport 0x04000001 from VLAN 10: Internal error.",
+                          "log(3): HAL ID not found: eth1/9.",
+                          "log(3): delMember Couldn't find members for LAG lag1. "
+                          "Likely already removed by Lag orchestrator"));
   EXPECT_THAT(table, ElementsAre(Pair(10, IsEmpty()), Pair(20, IsEmpty())));
   EXPECT_EQ(notes.back(), "remove 20 lag1 after 4 chip removals");
   EXPECT_EQ(Books().lagMembership().at(kLag), (BookEntry{{kVlan20, true}}));
   EXPECT_EQ(Members(20).size(), 2u);
+}
+
+// A client's exception reaches the caller: an addition has changed the chip, the books and the
+// table by then, a removal only the table.
+TEST_F(BridgeDomainMembership, ClientThrowingLeavesWhatWasDoneBeforeIt) {
+  bool throwing = false;
+  const auto maybeThrow = [&throwing] {
+    if (throwing)
+      throw std::runtime_error("client failed");
+    return true;
+  };
+  service->GetVlanOrchestrator()->RegisterClient(
+      20, "thrower",
+      {[&](const unsigned short&, const limid_t&, bool) { return maybeThrow(); },
+       [&](const unsigned short&, const limid_t&) { return maybeThrow(); }});
+  for (bool adding : {true, false}) {
+    SCOPED_TRACE(adding ? "adding" : "removing");
+    throwing = false;
+    if (!adding) {
+      ASSERT_EQ(service->addMember(kVlan10, Eth(3), false, 0), 0);
+    }
+    throwing = true;
+    EXPECT_THROW(adding ? service->addMember(kVlan10, Eth(3), false, 0)
+                        : service->delMember(kVlan10, Eth(3)),
+                 std::runtime_error);
+    EXPECT_EQ(Members(10), (std::map<int, bool>{{3, true}}));
+    EXPECT_EQ(sim::chip().GroupMembers(group10), GroupOf({3}));
+    EXPECT_EQ(Books().intfInfo().at(Eth(3)).bridgeDomains, (BookEntry{{kVlan10, false}}));
+    EXPECT_EQ(table.at(10), (adding ? BookEntry{{Eth(3), false}} : BookEntry{}));
+    EXPECT_EQ(notes, Lines{"add 10 eth1/3 untagged"});  // the observer comes first only when adding
+    bcm_multicast_egress_delete_all(0, group10);
+    bcm_vlan_gport_delete_all(0, 10);
+    Books().intfInfo().clear();
+    notes.clear();
+  }
 }
 
 TEST_F(BridgeDomainMembership, DirectChangesOfPortInLagAssertAndCarryOn) {
@@ -170,8 +214,10 @@ TEST_F(BridgeDomainMembership, JoiningLagWithoutVlansOnlyLeavesOwnVlans) {
 
   EXPECT_TRUE(Join(1));
   EXPECT_TRUE(Join(2));
+  EXPECT_TRUE(Leave(2));
   EXPECT_THAT(Members(10), IsEmpty());
   EXPECT_THAT(Trace("bcm_vlan_gport_add"), IsEmpty());
+  EXPECT_EQ(Trace("bcm_vlan_gport_delete").size(), 1u);
   // A port never added directly gets no record; one missing from the port table is refused.
   EXPECT_EQ(Books().intfInfo().count(Eth(2)), 0u);
   EXPECT_FALSE(Join(9));

@@ -18,14 +18,9 @@ Lines ForPort(Lines lines, int p) {
   return lines;
 }
 
-Lines operator+(Lines a, const Lines& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
-// The trace line of the call refused with -4 instead of accepted.
+// The trace line of the call refused with -1 (the smallest failure) instead of accepted.
 std::string Refused(const std::string& call) {
-  return call.substr(0, call.size() - 1) + "-4";
+  return call.substr(0, call.size() - 1) + "-1";
 }
 std::string FunctionOf(const std::string& call) {
   return call.substr(0, call.find('('));
@@ -60,7 +55,7 @@ const SetterCase kSetters[] = {
      [](HalBcmBridgePort& s, limid_t id) { return s.SetNativeVlan(id, 10); },
      {"bcm_port_untagged_vlan_set(0, 0x400000@, 10) = 0"},
      [](const sim::PortState& s) { return s.untaggedVlan == 10; },
-     {"log(3): Error setting eth1/@ (0x400000@) native VLAN: Invalid parameter."},
+     {"log(3): Error setting eth1/@ (0x400000@) native VLAN: Internal error."},
      {},
      {},
      true,
@@ -69,7 +64,7 @@ const SetterCase kSetters[] = {
      [](HalBcmBridgePort& s, limid_t id) { return s.SetPrio4Untagged(id, 5); },
      {"bcm_port_untagged_priority_set(0, 0x400000@, 5) = 0"},
      [](const sim::PortState& s) { return s.untaggedPriority == 5; },
-     {"log(3): Error setting eth1/@ (0x400000@) default priority: Invalid parameter."},
+     {"log(3): Error setting eth1/@ (0x400000@) default priority: Internal error."},
      {},
      {},
      true,
@@ -80,7 +75,7 @@ const SetterCase kSetters[] = {
      {"bcm_port_dtag_mode_set(0, 0x400000@, 2) = 0", "bcm_vlan_control_port_set(0, @, 14, 8) = 0",
       "bcm_vlan_control_port_set(0, @, 15, 9) = 0"},
      [](const sim::PortState& s) { return s.dtagMode == 2 && s.keyFirst == 8 && s.keySecond == 9; },
-     {"log(3): SetVlanQinQByPort: Error setting eth1/@ (0x400000@) dtag: Invalid parameter."},
+     {"log(3): SetVlanQinQByPort: Error setting eth1/@ (0x400000@) dtag: Internal error."},
      {},
      {},
      true,
@@ -91,7 +86,7 @@ const SetterCase kSetters[] = {
      },
      {"bcm_port_discard_set(0, 0x400000@, 2) = 0"},
      [](const sim::PortState& s) { return s.discardMode == BCM_PORT_DISCARD_UNTAG; },
-     {"log(3): [HAL-BP] Error setting eth1/@ port value: 2 - Invalid parameter."},
+     {"log(3): [HAL-BP] Error setting eth1/@ port value: 2 - Internal error."},
      {"log(3): Error setting eth1/@ acceptable frame type 1."},
      {"log(3): Error setting LAG member eth1/@ acceptable frame type 1."},
      true,
@@ -102,7 +97,7 @@ const SetterCase kSetters[] = {
      [](HalBcmBridgePort& s, limid_t id) { return s.SetTpid(id, 0x88a8); },
      {"bcm_port_tpid_set(0, 0x400000@, 0x88a8) = 0"},
      [](const sim::PortState& s) { return s.outerTpid == 0x88a8; },
-     {"error(-4): [HAL-BP] Error setting eth1/@ (0x400000@) outer TPID: Invalid parameter."},
+     {"error(-1): [HAL-BP] Error setting eth1/@ (0x400000@) outer TPID: Internal error."},
      {},
      {"log(3): [HAL-BP] Error setting lag1 outer TPID 0x88a8."},
      false,
@@ -123,7 +118,7 @@ TEST_P(EverySetter, OnAPortProgramsThatPortOnlyAndReportsFailures) {
   EXPECT_THAT(LogLines(), IsEmpty());
   ClearRecords();
 
-  sim::chip().FailNext(FunctionOf(Calls(2)[0]), 1, BCM_E_PARAM);
+  sim::chip().FailNext(FunctionOf(Calls(2)[0]), 1, BCM_E_INTERNAL);
   EXPECT_EQ(Set(Eth(2)), -1);
   EXPECT_EQ(Trace(), Lines{Refused(Calls(2)[0])});  // nothing follows a refused write
   EXPECT_EQ(LogLines(), ForPort(GetParam().chipFailure + GetParam().portTail, 2));
@@ -143,7 +138,7 @@ TEST_P(EverySetter, OnALagProgramsEachMemberAndCarriesOverToPortsJoiningLater) {
 
 TEST_P(EverySetter, MemberFailingInTheMiddleStopsTheSetterOrNot) {
   ListMembers({1, 2, 3});
-  sim::chip().FailNth(FunctionOf(Calls(2)[0]), 2, BCM_E_PARAM);
+  sim::chip().FailNth(FunctionOf(Calls(2)[0]), 2, BCM_E_INTERNAL);
 
   EXPECT_EQ(Set(kLag), -1);
 
@@ -156,7 +151,7 @@ TEST_P(EverySetter, MemberFailingInTheMiddleStopsTheSetterOrNot) {
 INSTANTIATE_TEST_SUITE_P(BridgePortSetters, EverySetter, ::testing::ValuesIn(kSetters),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(BridgePortAttributes, TpidIsKeptAfterARefusalButAnUnknownLagThrowsToTheCaller) {
+TEST_F(BridgePortAttributes, TpidIsKeptAfterARefusalAndAnUnknownLagIsRefusedOrThrown) {
   sim::chip().FailNext("bcm_port_tpid_set", 1, BCM_E_PARAM);
   EXPECT_EQ(service->SetTpid(Eth(1), 0x88a8), -1);
   EXPECT_EQ(GetTpid(Eth(1)), 0x88a8);
@@ -167,21 +162,60 @@ TEST_F(BridgePortAttributes, TpidIsKeptAfterARefusalButAnUnknownLagThrowsToTheCa
   EXPECT_THROW(service->DelLagEvent(kUnknownLag), std::out_of_range);  // before touching anything
   EXPECT_EQ(service->GetTpid(kUnknownLag), 0x8100);
   EXPECT_EQ(Books().acceptableFrameTypes().at(kUnknownLag), HAL_BP_ADMIT_ONLY_TAGGED);
+  // The setters that walk the members themselves refuse an unknown LAG and remember nothing.
+  ClearRecords();
+  EXPECT_EQ(service->SetNativeVlan(kUnknownLag, 10), -1);
+  EXPECT_EQ(service->SetPrio4Untagged(kUnknownLag, 5), -1);
+  EXPECT_EQ(service->SetVlanQinQ(kUnknownLag, HAL_BP_QINQ_ENABLE), -1);
+  EXPECT_THAT(LogLines(),
+              ElementsAre("log(3): Error setting lag9 native VLAN id(10): LAG not found.",
+                          "log(3): Error setting lag9 default priority(5): LAG not found.",
+                          "log(3): Error setting lag9 VLAN Q-in-Q mode: LAG not found."));
+  EXPECT_THAT(Trace(), IsEmpty());
+  EXPECT_THAT(Books().nativeVlans(), IsEmpty());
+  EXPECT_THAT(Books().untaggedPrios(), IsEmpty());
+  EXPECT_THAT(Books().qinqPorts(), IsEmpty());
 }
 
-TEST_F(BridgePortAttributes, UnsetValuesAreWrittenToMembersButForgottenForTheLag) {
+// The ends of the ranges reach the chip; a value beyond them is refused before any chip call. The
+// values meaning "unset" are written to a LAG's members but not remembered for the LAG.
+TEST_F(BridgePortAttributes, RangeEndsReachTheChipAndValuesBeyondAreRefused) {
   ListMembers({1});
   service->SetNativeVlan(kLag, 10);
   service->SetPrio4Untagged(kLag, 5);
   ClearRecords();
-
-  EXPECT_EQ(service->SetNativeVlan(kLag, 4095), 0);
-  EXPECT_EQ(service->SetPrio4Untagged(kLag, 0), 0);
-
-  EXPECT_EQ(Trace(), (Lines{"bcm_port_untagged_vlan_set(0, 0x4000001, 4095) = 0",
-                            "bcm_port_untagged_priority_set(0, 0x4000001, 0) = 0"}));
+  const struct {
+    bool lag, vlan;
+    unsigned value;
+    int rc;
+    std::string outcome;  // the trace line, or the log line of a refusal
+  } cases[] = {
+      {false, true, 0, 0, "bcm_port_untagged_vlan_set(0, 0x4000002, 0) = 0"},
+      {false, true, 4095, 0, "bcm_port_untagged_vlan_set(0, 0x4000002, 4095) = 0"},
+      {true, true, 4095, 0, "bcm_port_untagged_vlan_set(0, 0x4000001, 4095) = 0"},
+      {false, true, 4096, -1,
+       "log(3): Error setting eth1/2 native VLAN id(4096): Invalid VLAN range."},
+      {true, true, 4096, -1,
+       "log(3): Error setting lag1 native VLAN id(4096): Invalid VLAN range."},
+      {false, false, 7, 0, "bcm_port_untagged_priority_set(0, 0x4000002, 7) = 0"},
+      {true, false, 0, 0, "bcm_port_untagged_priority_set(0, 0x4000001, 0) = 0"},
+      {false, false, 8, -1, "log(3): Error setting eth1/2 default priority(8): Invalid PCP range."},
+      {true, false, 8, -1, "log(3): Error setting lag1 default priority(8): Invalid PCP range."},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.outcome);
+    const limid_t id = c.lag ? kLag : Eth(2);
+    EXPECT_EQ(c.vlan ? service->SetNativeVlan(id, static_cast<unsigned short>(c.value))
+                     : service->SetPrio4Untagged(id, static_cast<unsigned char>(c.value)),
+              c.rc);
+    EXPECT_EQ(c.rc == 0 ? Trace() : LogLines(), Lines{c.outcome});
+    EXPECT_THAT(c.rc == 0 ? LogLines() : Trace(), IsEmpty());
+    ClearRecords();
+  }
   EXPECT_THAT(Books().nativeVlans(), IsEmpty());
   EXPECT_THAT(Books().untaggedPrios(), IsEmpty());
+  EXPECT_EQ(std::make_tuple(sim::chip().Port(2).untaggedVlan, sim::chip().Port(2).untaggedPriority),
+            std::make_tuple(4095, 7));
 }
 
 TEST_F(BridgePortAttributes, EmptyLagTakesAnyQinQModeAndJoiningPortsGetModeOne) {
@@ -233,6 +267,7 @@ TEST_F(BridgePortAttributes, DiscardModeCombinesBlockStateAndFrameTypes) {
 // A foreign client is refused first, whatever it asks for (a LAG here).
 TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate) {
   EXPECT_EQ(BlockPort(kLag, true, "HAL-STLP"), -1);
+  EXPECT_EQ(BlockPort(kLag, true, kClient), -1);
   sim::chip().FailNext("bcm_port_discard_set", 1, BCM_E_PARAM);
   EXPECT_EQ(BlockPort(Eth(1), true, kClient), -1);
   sim::chip().FailNext("bcm_port_discard_set", 1, -30);  // outside the SDK's table
@@ -243,6 +278,7 @@ TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate
             // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
             (Lines{"log(3): [HAL-BP] Discard port of interface (lag1) not allowed for low-level "
                    "client (HAL-STLP)",
+                   "log(3): [HAL-BP] Only ethernet type port block is allowed.",
                    "log(3): [HAL-BP] Error setting eth1/1 port value: 1 - Invalid parameter.",
                    "log(3): Error blocking interface eth1/1.",
                    "log(3): [HAL-BP] Error setting eth1/2 port value: 0 - Unknown error.",

@@ -2,25 +2,15 @@
 // agree on: identifier layout, order and hash, gport arithmetic, the text of 32-bit values in
 // messages and traces, and the layout of the SDK records. The suite runs on both; every expectation
 // is a fixed value, so a difference between the two shows up as a failure on one of them.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "chip_sdk.h"
-#include "hal_bridge_port_itf.h"
 #include "hal_platform.h"
-#include "limid.h"
-#include "sim_test.h"
+#include "service_fixtures.h"
 
 namespace {
-
-using ::testing::ElementsAre;
 
 // The target build defines HALBD_TARGET_BIG_ENDIAN_32: there the suite must really run as a 32-bit
 // big-endian program, or the target run would prove nothing.
@@ -38,93 +28,93 @@ TEST(HostModel, MemoryOrderIsTheCompilersAndTheTargetIsBigEndian32Bit) {
 #endif
 }
 
+// Identifiers in ascending order with their four bytes read as a big-endian number: kind, slot,
+// then port, with bytes of 0x80 and above ordering as unsigned bytes.
+const struct IdCase {
+  const char* name;
+  uint32_t bytes;
+} kIds[] = {
+    {"eth1/3", 0x01010003},   {"eth1/127", 0x0101007f}, {"eth1/128", 0x01010080},
+    {"eth1/255", 0x010100ff}, {"eth1/256", 0x01010100}, {"eth1/33023", 0x010180ff},
+    {"eth2/300", 0x0102012c}, {"eth200/1", 0x01c80001}, {"lag5", 0x02000005},
+    {"lag32769", 0x02008001}, {"vlan4094", 0x03000ffe},
+};
+
 // Identifiers are copied into and out of byte buffers and packed records of the companion
-// libraries: four bytes, no padding before or after, on every host.
-TEST(IdentifierLayout, FourBytesWithByteAlignmentEvenInsidePackedRecords) {
+// libraries: four bytes, no padding; the hash is those bytes read in network order.
+TEST(Identifiers, BytesHashAndOrderAreTheSameOnEveryHost) {
   struct Record {
     unsigned char kind;
     limid_t id;
     unsigned char tail;
   };
-  EXPECT_EQ(sizeof(limid_t), 4u);
-  EXPECT_EQ(alignof(limid_t), 1u);
-  EXPECT_EQ(offsetof(Record, id), 1u);
-  EXPECT_EQ(sizeof(Record), 6u);
-
-  const std::vector<limid_t> ids = {sim::EthernetPort(1, 3), sim::Lag(5)};
-  const unsigned char expected[] = {0x01, 0x01, 0x00, 0x03, 0x02, 0x00, 0x00, 0x05};
-  ASSERT_EQ(ids.size() * sizeof(limid_t), sizeof expected);
-  EXPECT_EQ(std::memcmp(ids.data(), expected, sizeof expected), 0);
-}
-
-struct HashCase {
-  limid_t id;
-  uint32_t hash;
-};
-
-// The hash is the four bytes read big-endian, that is the identifier's bytes as the network and
-// the switch's memory hold them, whatever the host reads from memory.
-TEST(IdentifierHash, EqualsTheBytesReadInNetworkOrderForEveryKind) {
-  const HashCase cases[] = {
-      {sim::EthernetPort(1, 3), 0x01010003},   {sim::EthernetPort(2, 300), 0x0102012c},
-      {sim::EthernetPort(1, 128), 0x01010080}, {sim::Lag(5), 0x02000005},
-      {sim::BridgeDomain(4094), 0x03000ffe},
-  };
-  for (const HashCase& c : cases) {
-    SCOPED_TRACE(sim::NameOf(c.id));
-    EXPECT_EQ(std::hash<limid_t>()(c.id), c.hash);
-    // On the switch that is simply the identifier's memory read as a word.
-    uint32_t word = 0;
-    std::memcpy(&word, c.id.bytes, sizeof word);
-    if (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__)
-      EXPECT_EQ(word, c.hash);
-    else
-      EXPECT_EQ(__builtin_bswap32(word), c.hash);
+  EXPECT_EQ(
+      std::make_tuple(sizeof(limid_t), alignof(limid_t), offsetof(Record, id), sizeof(Record)),
+      std::make_tuple(4u, 1u, 1u, 6u));
+  std::set<limid_t> ordered;
+  for (const IdCase& c : kIds) {
+    SCOPED_TRACE(c.name);
+    const limid_t id = sim::ParseId(c.name);
+    const unsigned char expected[] = {
+        static_cast<unsigned char>(c.bytes >> 24), static_cast<unsigned char>(c.bytes >> 16),
+        static_cast<unsigned char>(c.bytes >> 8), static_cast<unsigned char>(c.bytes)};
+    EXPECT_EQ(std::memcmp(id.bytes, expected, sizeof expected), 0);
+    EXPECT_EQ(std::hash<limid_t>()(id), c.bytes);
+    EXPECT_EQ(sim::NameOf(id), c.name);
+    EXPECT_EQ(HalBcmCommon::GetInstance()->DecodeLimId(id).get(), std::string(c.name));
+    // The library's two LAG tests agree with the identifier's kind.
+    EXPECT_EQ(limid_is_from_type_ethernet(id) != 0, expected[0] == 1);
+    EXPECT_EQ(halbd::IsLag(id), expected[0] == 2);
+    EXPECT_EQ(halbd::IsLagByTypeCompare(id), expected[0] == 2);
+    ordered.insert(id);
   }
+  std::vector<uint32_t> inSetOrder;
+  inSetOrder.reserve(ordered.size());
+  for (const limid_t& id : ordered)
+    inSetOrder.push_back(std::hash<limid_t>()(id));
+  EXPECT_TRUE(std::is_sorted(inSetOrder.begin(), inSetOrder.end()));
+  EXPECT_EQ(inSetOrder.size(), std::size(kIds));
+  EXPECT_EQ(halbd::VlanOfBridgeDomain(sim::BridgeDomain(4094)), 4094);
 }
 
-// Multi-byte coordinates compare as big-endian numbers, so identifier order is the order of kind,
-// slot and port on both hosts (a port number crossing a byte or the sign bit of a byte included).
-TEST(IdentifierOrder, FollowsKindSlotAndPortAcrossByteBoundaries) {
-  const std::set<limid_t> ids = {sim::BridgeDomain(1),      sim::Lag(2),
-                                 sim::EthernetPort(2, 1),   sim::EthernetPort(1, 256),
-                                 sim::EthernetPort(1, 255), sim::EthernetPort(1, 128),
-                                 sim::EthernetPort(1, 127), sim::Lag(1)};
-  std::vector<std::string> names;
-  names.reserve(ids.size());
-  for (const limid_t& id : ids)
-    names.push_back(sim::NameOf(id));
-  EXPECT_THAT(names, ElementsAre("eth1/127", "eth1/128", "eth1/255", "eth1/256", "eth2/1", "lag1",
-                                 "lag2", "vlan1"));
+// The services' books are ordered maps keyed by identifiers: they iterate in the same order.
+TEST_F(BridgePortTest, ServiceBooksIterateInIdentifierByteOrder) {
+  for (auto it = std::rbegin(kIds); it != std::rend(kIds); ++it) {
+    if (!halbd::IsLag(sim::ParseId(it->name)))
+      service->SetAcceptableFrameType(sim::ParseId(it->name), HAL_BP_ADMIT_ONLY_TAGGED);
+  }
+  std::vector<uint32_t> keys;
+  keys.reserve(Books().acceptableFrameTypes().size());
+  for (const auto& entry : Books().acceptableFrameTypes())
+    keys.push_back(std::hash<limid_t>()(entry.first));
+  EXPECT_EQ(keys.size(), std::size(kIds) - 2);
+  EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
 }
-
-struct GportCase {
-  const char* what;
-  int32_t gport;
-  uint32_t type;
-  bool local;
-  int localOrInvalid;
-  bool trunk;
-  int trunkId;
-  bool module;
-};
 
 // The type field is bits 26-31 read unsigned: a gport with bit 31 set is a negative int and must
 // not be sign-extended into another type.
 TEST(GportArithmetic, FieldsDecodeTheSameForEveryTypeAndSign) {
-  const GportCase cases[] = {
-      {"local port 3", sim::LocalGport(3), 1, true, 3, false, 3, false},
-      {"local port 2047", sim::LocalGport(2047), 1, true, 2047, false, 2047, false},
-      {"local with a reserved bit", 0x04200003, 1, false, -1, false, 0x200003, false},
-      {"module 1 port 5", sim::ModuleGport(1, 5), 2, false, -1, false, 0x805, true},
-      {"trunk 7", sim::TrunkGport(7), 3, false, -1, true, 7, false},
-      {"widest trunk id", sim::TrunkGport(0x3ffffff), 3, false, -1, true, 0x3ffffff, false},
-      {"plain port number", 5, 0, false, -1, false, 5, false},
-      {"type 33, bit 31 set", static_cast<int32_t>(0x84000003u), 33, false, -1, false, 3, false},
-      {"all bits set", -1, 63, false, -1, false, 0x3ffffff, false},
+  const struct {
+    int32_t gport;
+    uint32_t type;
+    bool local;
+    int localOrInvalid;
+    bool trunk;
+    int trunkId;
+    bool module;
+  } cases[] = {
+      {0x04000003, 1, true, 3, false, 3, false},
+      {sim::LocalGport(2047), 1, true, 2047, false, 2047, false},
+      {0x04200003, 1, false, -1, false, 0x200003, false},  // a reserved bit set
+      {0x08000805, 2, false, -1, false, 0x805, true},      // module 1 port 5
+      {0x0c000007, 3, false, -1, true, 7, false},
+      {sim::TrunkGport(0x3ffffff), 3, false, -1, true, 0x3ffffff, false},
+      {5, 0, false, -1, false, 5, false},
+      {static_cast<int32_t>(0x84000003u), 33, false, -1, false, 3, false},
+      {-1, 63, false, -1, false, 0x3ffffff, false},
   };
-  for (const GportCase& c : cases) {
-    SCOPED_TRACE(c.what);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.gport);
     EXPECT_EQ(halbd::GportType(c.gport), c.type);
     EXPECT_EQ(halbd::IsLocalPortGport(c.gport), c.local);
     EXPECT_EQ(halbd::LocalPortOrInvalid(c.gport), c.localOrInvalid);
@@ -132,77 +122,50 @@ TEST(GportArithmetic, FieldsDecodeTheSameForEveryTypeAndSign) {
     EXPECT_EQ(halbd::TrunkIdOfGport(c.gport), c.trunkId);
     EXPECT_EQ(halbd::IsModulePortGport(c.gport), c.module);
   }
-  EXPECT_EQ(sim::LocalGport(3), 0x04000003);
-  EXPECT_EQ(sim::ModuleGport(1, 5), 0x08000805);
-  EXPECT_EQ(sim::TrunkGport(7), 0x0c000007);
+  EXPECT_EQ(std::make_tuple(sim::LocalGport(3), sim::ModuleGport(1, 5), sim::TrunkGport(7)),
+            std::make_tuple(0x04000003, 0x08000805, 0x0c000007));
 }
 
-class ByteOrderMessages : public SimTest {};
-
-// 32-bit values reach the messages through the varargs of the HAL callbacks; their text must not
-// depend on the host's byte order, word size or calling convention.
-TEST_F(ByteOrderMessages, HexFormatsOf32BitValuesReadTheSameOnEveryHost) {
+// 32-bit values reach the messages through the varargs of the HAL callbacks, and refused gports
+// appear in the trace and the log: their text must not depend on the host.
+TEST_F(PlatformTest, ThirtyTwoBitValuesReadTheSameInMessagesAndTraceOnEveryHost) {
   halbd::Hal()->log(3, "Error adding encap ID 0x%08X of gport 0x%08X to multicast group %08X: %s.",
                     0x8003u, 0x4000003u, 0x100000au, bcm_errmsg(BCM_E_EXISTS));
   halbd::Hal()->error(BCM_E_PORT, "%s (%#x) on VLAN %u: %s", "eth1/3", 0x84000003u,
                       static_cast<bcm_vlan_t>(4095), bcm_errmsg(BCM_E_PORT));
   halbd::Hal()->log(3, "%#x %#x 0x%04x %d", 0u, 0xffffffeeu, 0x8a8u, BCM_E_NOT_FOUND);
+  EXPECT_THAT(TakeLog(), ElementsAre("log(3): Error adding encap ID 0x00008003 of gport 0x04000003 "
+                                     "to multicast group 0100000A: Entry exists.",
+                                     "error(-18): eth1/3 (0x84000003) on VLAN 4095: Invalid port",
+                                     "log(3): 0 0xffffffee 0x08a8 -7"));
+
+  sim::common().AddPort(Eth(5), static_cast<int32_t>(0x84000003u));
+  EXPECT_EQ(HalBridgePortItf::getInstance(nullptr)->SetNativeVlan(Eth(5), 10), -1);
+  EXPECT_EQ(HalBridgePortItf::getInstance(nullptr)->SetNativeVlan(Eth(8), 10), -1);
+  EXPECT_THAT(Trace(), ElementsAre("bcm_port_untagged_vlan_set(0, -2080374781, 10) = -18",
+                                   "bcm_port_untagged_vlan_set(0, 0x8000808, 10) = -18"));
   EXPECT_THAT(LogLines(),
-              ElementsAre("log(3): Error adding encap ID 0x00008003 of gport 0x04000003 to "
-                          "multicast group 0100000A: Entry exists.",
-                          "error(-18): eth1/3 (0x84000003) on VLAN 4095: Invalid port",
-                          "log(3): 0 0xffffffee 0x08a8 -7"));
+              ElementsAre("log(3): Error setting eth1/5 (0x84000003) native VLAN: Invalid port.",
+                          "log(3): Error setting eth1/8 (0x8000808) native VLAN: Invalid port."));
 }
-
-struct RefusedGportCase {
-  int32_t gport;
-  const char* trace;
-  const char* message;
-};
-
-// The library prints a refused chip port with %#x, the simulated chip's trace prints a gport with
-// bit 31 set as a negative number: both texts are fixed on every host.
-TEST_F(ByteOrderMessages, RefusedGportsAppearInTraceAndLogWithTheirFixedText) {
-  const RefusedGportCase cases[] = {
-      {sim::ModuleGport(1, 5), "bcm_port_untagged_vlan_set(0, 0x8000805, 10) = -18",
-       "log(3): Error setting eth1/5 (0x8000805) native VLAN: Invalid port."},
-      {static_cast<int32_t>(0x84000003u), "bcm_port_untagged_vlan_set(0, -2080374781, 10) = -18",
-       "log(3): Error setting eth1/5 (0x84000003) native VLAN: Invalid port."},
-  };
-  for (const RefusedGportCase& c : cases) {
-    SCOPED_TRACE(c.trace);
-    sim::Reset();
-    sim::common().AddPort(sim::EthernetPort(1, 5), c.gport);
-    EXPECT_EQ(HalBridgePortItf::getInstance(nullptr)->SetNativeVlan(sim::EthernetPort(1, 5), 10),
-              -1);
-    EXPECT_THAT(Trace(), ElementsAre(c.trace));
-    EXPECT_THAT(LogLines(), ElementsAre(c.message));
-  }
-}
-
-struct FieldOffset {
-  const char* field;
-  size_t offset;
-  size_t expected;
-};
 
 // The SDK records cross the boundary to the chip SDK, which was compiled for the switch: their
 // layout is the SDK's and must come out the same from these declarations on both hosts. Enums are
 // int-sized, VLAN numbers two bytes, and the control record is passed by value.
 TEST(SdkRecordLayout, FieldsSitWhereTheSdkHasThem) {
-  EXPECT_EQ(sizeof(bcm_vlan_t), 2u);
-  EXPECT_EQ(sizeof(bcm_vlan_action_t), 4u);
-  EXPECT_EQ(sizeof(bcm_vlan_tpid_action_t), 4u);
-  EXPECT_EQ(sizeof(bcm_vlan_translate_key_t), 4u);
-  EXPECT_EQ(sizeof(bcm_port_class_t), 4u);
-  EXPECT_EQ(sizeof(bcm_vlan_action_set_t), 68u);
-  EXPECT_EQ(sizeof(bcm_vlan_control_vlan_t), 12u);
-  EXPECT_EQ(sizeof(soc_control_t), 12u);
-
+  EXPECT_EQ(std::make_tuple(sizeof(bcm_vlan_t), sizeof(bcm_vlan_action_t),
+                            sizeof(bcm_vlan_tpid_action_t), sizeof(bcm_vlan_translate_key_t),
+                            sizeof(bcm_port_class_t), sizeof(bcm_vlan_action_set_t),
+                            sizeof(bcm_vlan_control_vlan_t), sizeof(soc_control_t)),
+            std::make_tuple(2u, 4u, 4u, 4u, 4u, 68u, 12u, 12u));
+#define HALBD_SIZE(type, expected) \
+  { #type, sizeof(type), expected }
 #define HALBD_FIELD(record, field, expected) \
   { #record "." #field, offsetof(record, field), expected }
-  const FieldOffset fields[] = {
-      HALBD_FIELD(bcm_vlan_action_set_t, new_outer_vlan, 0),
+  const struct {
+    const char* what;
+    size_t actual, expected;
+  } cases[] = {
       HALBD_FIELD(bcm_vlan_action_set_t, new_inner_vlan, 2),
       HALBD_FIELD(bcm_vlan_action_set_t, new_inner_pkt_prio, 4),
       HALBD_FIELD(bcm_vlan_action_set_t, priority, 8),
@@ -216,18 +179,14 @@ TEST(SdkRecordLayout, FieldsSitWhereTheSdkHasThem) {
       HALBD_FIELD(bcm_vlan_action_set_t, it_outer, 48),
       HALBD_FIELD(bcm_vlan_action_set_t, it_inner_pkt_prio, 60),
       HALBD_FIELD(bcm_vlan_action_set_t, flags, 64),
-      HALBD_FIELD(bcm_vlan_control_vlan_t, flags, 0),
       HALBD_FIELD(bcm_vlan_control_vlan_t, broadcast_group, 4),
       HALBD_FIELD(bcm_vlan_control_vlan_t, protocol_pkt.dhcp_action, 8),
-      HALBD_FIELD(soc_control_t, chip_type, 0),
       HALBD_FIELD(soc_control_t, xlate_pkt_prio, 4),
       HALBD_FIELD(soc_control_t, chip_family_flags, 8),
   };
 #undef HALBD_FIELD
-  for (const FieldOffset& f : fields) {
-    SCOPED_TRACE(f.field);
-    EXPECT_EQ(f.offset, f.expected);
-  }
+  for (const auto& c : cases)
+    EXPECT_EQ(c.actual, c.expected) << c.what;
 }
 
 }  // namespace

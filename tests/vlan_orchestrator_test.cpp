@@ -10,23 +10,21 @@ using halswitchbd::VlanOrchestrator;
 
 class VlanOrchestratorTest : public SimTest {
  protected:
-  // Registers a client that writes down each event as "<name>+<vlan>/<intf>/<tagged>" or
-  // "<name>-<vlan>/<intf>", answering addResult and removeResult.
-  void Register(unsigned int priority, const std::string& name, bool addResult = true,
-                bool removeResult = true) {
-    VlanOrchestrator::Callback callback;
-    callback.vlan_add = [this, name, addResult](const unsigned short& vlan, const limid_t& intf,
-                                                bool tagged) {
-      events.push_back(name + "+" + std::to_string(vlan) + "/" + sim::NameOf(intf) + "/" +
-                       (tagged ? "tagged" : "untagged"));
-      return addResult;
-    };
-    callback.vlan_remove = [this, name, removeResult](const unsigned short& vlan,
-                                                      const limid_t& intf) {
-      events.push_back(name + "-" + std::to_string(vlan) + "/" + sim::NameOf(intf));
-      return removeResult;
-    };
-    orchestrator.RegisterClient(priority, name, std::move(callback));
+  // A client that writes down "<name>+<vlan>/<intf>/<tagged>" or "<name>-<vlan>/<intf>" and
+  // answers `answer`.
+  VlanOrchestrator::Callback Client(const std::string& name, bool answer = true) {
+    return {[=](const unsigned short& vlan, const limid_t& intf, bool tagged) {
+              events.push_back(name + "+" + std::to_string(vlan) + "/" + sim::NameOf(intf) +
+                               (tagged ? "/tagged" : "/untagged"));
+              return answer;
+            },
+            [=](const unsigned short& vlan, const limid_t& intf) {
+              events.push_back(name + "-" + std::to_string(vlan) + "/" + sim::NameOf(intf));
+              return answer;
+            }};
+  }
+  void Register(unsigned int priority, const std::string& name, bool answer = true) {
+    orchestrator.RegisterClient(priority, name, Client(name, answer));
   }
 
   halswitchbd::VlanOrchestratorImpl orchestrator;
@@ -36,22 +34,18 @@ class VlanOrchestratorTest : public SimTest {
 
 // A refusing client is logged and the walk goes on; a missing handler skips only its event.
 TEST_F(VlanOrchestratorTest, AdditionsAscendAndRemovalsDescendByPriorityThenName) {
-  Register(10, "b");
-  Register(10, "a", false, false);
-  Register(5, "z");
-  Register(4294967295u, "last");
-  Register(10, "ab");
-  orchestrator.RegisterClient(7, "y", {nullptr, [this](const unsigned short&, const limid_t&) {
-                                         events.push_back("y-");
-                                         return true;
-                                       }});
+  for (const auto& [priority, name] : std::vector<std::pair<unsigned, std::string>>{
+           {10, "b"}, {5, "z"}, {4294967295u, "last"}, {10, "ab"}})
+    Register(priority, name);
+  Register(10, "a", false);
+  orchestrator.RegisterClient(7, "y", {nullptr, Client("y").vlan_remove});
   orchestrator.NotifyMemberAddedToVlan(20, port, false);
   orchestrator.NotifyMemberRemovedFromVlan(20, port);
 
-  EXPECT_THAT(events,
-              ElementsAre("z+20/eth1/3/untagged", "a+20/eth1/3/untagged", "ab+20/eth1/3/untagged",
-                          "b+20/eth1/3/untagged", "last+20/eth1/3/untagged", "last-20/eth1/3",
-                          "b-20/eth1/3", "ab-20/eth1/3", "a-20/eth1/3", "y-", "z-20/eth1/3"));
+  EXPECT_THAT(events, ElementsAre("z+20/eth1/3/untagged", "a+20/eth1/3/untagged",
+                                  "ab+20/eth1/3/untagged", "b+20/eth1/3/untagged",
+                                  "last+20/eth1/3/untagged", "last-20/eth1/3", "b-20/eth1/3",
+                                  "ab-20/eth1/3", "a-20/eth1/3", "y-20/eth1/3", "z-20/eth1/3"));
   EXPECT_THAT(
       LogLines(),
       ElementsAre("log(4): Client a: returned error on vlan_add, vlan: 20 interface: eth1/3",
@@ -68,8 +62,6 @@ TEST_F(VlanOrchestratorTest, ClientsAreKeyedByPriorityAndNameAndTheFirstOfAKeySt
     throw std::runtime_error("client failed");
   };
   orchestrator.RegisterClient(3, "x", std::move(throwing));
-  EXPECT_THAT(LogLines(), ElementsAre("error(-1): Another client already registered in the same "
-                                      "priority(3) and name(x)"));
   // Reading the records after std::move is the point: RegisterClient copies what it is handed.
   EXPECT_TRUE(static_cast<bool>(throwing.vlan_add));  // NOLINT(bugprone-use-after-move)
   // cppcheck-suppress accessMoved
@@ -79,9 +71,11 @@ TEST_F(VlanOrchestratorTest, ClientsAreKeyedByPriorityAndNameAndTheFirstOfAKeySt
   EXPECT_TRUE(static_cast<bool>(accepted.vlan_add));  // NOLINT(bugprone-use-after-move)
 
   orchestrator.DeregisterClient(4, "x");
-  orchestrator.DeregisterClient(9, "never");
+  orchestrator.DeregisterClient(9, "never");  // unknown: nothing to say
   orchestrator.NotifyMemberAddedToVlan(7, port, true);
   EXPECT_THAT(events, ElementsAre("x+7/eth1/3/tagged", "y+7/eth1/3/tagged"));
+  EXPECT_THAT(LogLines(), ElementsAre("error(-1): Another client already registered in the same "
+                                      "priority(3) and name(x)"));
 
   // A client's exception passes to the notifier and ends the walk.
   // cppcheck-suppress accessMoved

@@ -1,6 +1,7 @@
 // Translation rules on the chip: the ingress key layout with and without Q-in-Q, the action of
 // each operation on chips with and without packet-priority actions, the egress entries keyed by
 // class, the class IDs of LAG members, and the failures of these steps.
+#include <functional>
 #include <regex>
 
 #include "service_fixtures.h"
@@ -165,26 +166,22 @@ TEST_F(VlanXlateChip, EgressActionRewritesTheOuterTagOnlyUnderThePortClass) {
 #undef BOTH
 #undef UNUSED
 
-TEST_F(VlanXlateChip, EgressEntryIsKeyedByTheMatchVlansWithAbsentTagsAsZero) {
-  const std::pair<VlanMapping, sim::EgressKey> cases[] = {{Matching(true, true), {3, 100, 200}},
-                                                          {Matching(true, false), {3, 100, 0}},
-                                                          {Matching(false, true), {3, 0, 200}},
-                                                          {Matching(false, false), {3, 0, 0}}};
-  for (const auto& [rule, entry] : cases) {
-    EXPECT_TRUE(service->InstallEgressVlanMappingRule(Eth(3), rule));
-    EXPECT_EQ(sim::chip().EgressTable().count(entry), 1u);
-    EXPECT_TRUE(service->RemoveEgressVlanMappingRule(Eth(3), rule, false));
-  }
-}
-
 // The members of a LAG share its class, so one entry serves them all.
-TEST_F(VlanXlateChip, LagEgressRuleIsKeyedByTheLagClass) {
-  EXPECT_TRUE(service->InstallEgressVlanMappingRule(kLag, ReplaceOuter(100, 200)));
-  EXPECT_TRUE(service->RemoveEgressVlanMappingRule(kLag, ReplaceOuter(100, 200), false));
-  EXPECT_THAT(Trace(), ElementsAre("bcm_vlan_translate_egress_action_delete(0, 122, 100, 0) = -7",
-                                   "bcm_vlan_translate_egress_action_add(0, 122, 100, 0, "
-                                   "{new_outer_vlan=200, dt_outer=2, ot_outer=2, flags=0x8}) = 0",
-                                   "bcm_vlan_translate_egress_action_delete(0, 122, 100, 0) = 0"));
+TEST_F(VlanXlateChip, EgressEntryIsKeyedByTheClassAndTheMatchVlansWithAbsentTagsAsZero) {
+  const std::tuple<limid_t, VlanMapping, sim::EgressKey> cases[] = {
+      {Eth(3), Matching(true, true), {3, 100, 200}},
+      {Eth(3), Matching(true, false), {3, 100, 0}},
+      {Eth(3), Matching(false, true), {3, 0, 200}},
+      {Eth(3), Matching(false, false), {3, 0, 0}},
+      {kLag, Matching(true, false), {122, 100, 0}}};
+  for (const auto& [id, rule, entry] : cases) {
+    EXPECT_TRUE(service->InstallEgressVlanMappingRule(id, rule));
+    EXPECT_EQ(sim::chip().EgressTable().count(entry), 1u);
+    EXPECT_TRUE(service->RemoveEgressVlanMappingRule(id, rule, false));
+    EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
+  }
+  EXPECT_EQ(Trace("bcm_vlan_translate_egress_action_delete").back(),
+            "bcm_vlan_translate_egress_action_delete(0, 122, 100, 0) = 0");
 }
 
 // The chip takes packet-priority actions when it says so, or when it is neither of the family
@@ -205,69 +202,118 @@ TEST_F(VlanXlateChip, LagClassIsCountedDownFromTheTopOfTheChipsRange) {
     SCOPED_TRACE(testing::Message() << sim::NameOf(c.lag) << " " << c.chipType << "/"
                                     << c.xlatePktPrio << "/" << c.familyFlags);
     sim::chip().SetControlWords(c.chipType, c.xlatePktPrio, c.familyFlags);
-    EXPECT_TRUE(service->SetEgressVlanXlateClassIdForLag(c.lag, Eth(4)));
-    EXPECT_THAT(Trace(),
-                ElementsAre("bcm_port_class_set(0, 4, 3, " + std::to_string(c.classId) + ") = 0"));
+    const bool inRange = c.classId <= 127;  // the chip refuses classes above its 127
+    EXPECT_EQ(service->SetEgressVlanXlateClassIdForLag(c.lag, Eth(4)), inRange);
+    EXPECT_THAT(Trace(), ElementsAre("bcm_port_class_set(0, 4, 3, " + std::to_string(c.classId) +
+                                     ") = " + (inRange ? "0" : "-4")));
     ClearRecords();
   }
 }
 
-// A gport that names no local port becomes port -1, and class -1 on reset; the chip refuses both.
-TEST_F(VlanXlateChip, ClassOfAPortOfAnotherChipIsSetOnPortMinusOne) {
-  EXPECT_FALSE(service->ResetEgressVlanXlateClassId(Eth(8)));
-  EXPECT_FALSE(service->SetEgressVlanXlateClassIdForLag(kLag, Eth(8)));
-  EXPECT_THAT(Trace(), ElementsAre("bcm_port_class_set(0, -1, 3, -1) = -18",
-                                   "bcm_port_class_set(0, -1, 3, 122) = -18"));
-  EXPECT_THAT(LogLines(), ElementsAre("error(-18): ResetEgressVlanXlateClassId() failed to set BCM "
-                                      "Class ID for eth1/8 (0xffffffff): Invalid port",
-                                      "error(-18): SetEgressVlanXlateClassIdForLag() failed to set "
-                                      "BCM Class ID for eth1/8 (0xffffffff): Invalid port"));
-}
-
-// Each failing step is reported with its cause. A fault makes the nth call of an SDK function
-// from now fail with BCM_E_FAIL.
+// Each failing step is reported with its cause and stops the step: the SDK calls made before the
+// failure (the failing one included) are the only ones. A fault makes the nth call of an SDK
+// function fail with BCM_E_FAIL.
 TEST_F(VlanXlateChip, FailuresAreReportedWithTheirCause) {
   const VlanMapping rule = ReplaceOuter(100, 200);
-  const auto fault = [](const char* function, int nth) {
+  VlanMapping addRule = rule;
+  addRule.operation = Operation::Add;
+  VlanMapping unknownRule = rule;
+  unknownRule.operation = Operation::Unknown;
+  const auto fail = [](const char* function, int nth = 1) {
     sim::chip().FailNth(function, nth, BCM_E_FAIL);
   };
-  // Egress takes Replace only (Unknown and Add are refused alike, with the bad input).
-  for (Operation operation : {Operation::AddReplace, Operation::ReplaceReplace}) {
-    VlanMapping other = rule;
-    other.operation = operation;
-    EXPECT_FALSE(service->InstallEgressVlanMappingRule(Eth(3), other));
-    EXPECT_THAT(TakeLog(), ElementsAre("log(3): GetEgressVlanXlateAction() invalid egress VLAN "
-                                       "translate action: " +
-                                           std::string(vlanxlate::OperationName(operation)),
-                                       "log(3): InstallEgressVlanMappingRule() failed to get BCM "
-                                       "VLAN translate action for eth1/3"));
+  const auto keys = [this](limid_t id, size_t count) {
+    if (count == 2)
+      service->UpdateVlanXlateLookupKeys(id, false);
+    else
+      service->SetVlanXlateLookupKeys(id, {count, bcmVlanTranslateKeyPortOuter});
+    return false;
+  };
+  const struct {
+    size_t calls;  // SDK calls made, the failing one included
+    Lines log;
+    std::function<bool()> step;
+  } cases[] = {
+      // A rule without an operation, and at egress anything but Replace (Add here), is refused
+      // before the chip is asked.
+      {0,
+       {"log(3): GetIngressVlanXlateAction() invalid ingress VLAN translate action: Unknown",
+        "log(3): InstallIngressVlanMappingRule() failed to get BCM VLAN translate action for "
+        "eth1/3"},
+       [&] { return service->InstallIngressVlanMappingRule(Eth(3), unknownRule, false); }},
+      {0,
+       {"log(3): InstallIngressVlanMappingRule() failed to get BCM gport for eth1/9: HAL ID not "
+        "found"},
+       [&] { return service->InstallIngressVlanMappingRule(Eth(9), rule, true); }},
+      {0,
+       {"log(3): GetEgressVlanXlateAction() invalid egress VLAN translate action: Add",
+        "log(3): InstallEgressVlanMappingRule() failed to get BCM VLAN translate action for "
+        "eth1/3"},
+       [&] { return service->InstallEgressVlanMappingRule(Eth(3), addRule); }},
+      {0,
+       {"log(3): RemoveEgressVlanMappingRule() failed to retrieve BCM gport for lag1: HAL ID not "
+        "found"},
+       [&] { return service->RemoveEgressVlanMappingRule(kLag, rule, true); }},
+      {0,
+       {"log(3): InstallEgressVlanMappingRule() failed to get BCM gport for eth1/9: HAL ID not "
+        "found"},
+       [&] { return service->InstallEgressVlanMappingRule(Eth(9), rule); }},
+      {1,
+       {"error(-11): InstallEgressVlanMappingRule() failed to get BCM Class ID for eth1/3 "
+        "(0x4000003): Operation failed"},
+       [&] {
+         return fail("bcm_port_class_get"), service->InstallEgressVlanMappingRule(Eth(3), rule);
+       }},
+      {1,
+       {"error(-11): RemoveEgressVlanMappingRule() failed to get BCM Class ID for eth1/3 "
+        "(0x4000003): Operation failed"},
+       [&] {
+         return fail("bcm_port_class_get"),
+                service->RemoveEgressVlanMappingRule(Eth(3), rule, false);
+       }},
+      {2,
+       {"error(-11): InstallEgressVlanMappingRule() failed to delete previous egress VLAN "
+        "translate rule for eth1/3: Operation failed"},
+       [&] {
+         return fail("bcm_vlan_translate_egress_action_delete"),
+                service->InstallEgressVlanMappingRule(Eth(3), rule);
+       }},
+      {0,
+       {"log(3): SetEgressVlanXlateClassIdForLag() failed to retrieve BCM gport for lag9: HAL ID "
+        "not found"},
+       [&] { return service->SetEgressVlanXlateClassIdForLag(kUnknownLag, Eth(4)); }},
+      // A gport that names no local port becomes port -1, and class -1 on reset.
+      {1,
+       {"error(-18): ResetEgressVlanXlateClassId() failed to set BCM Class ID for eth1/8 "
+        "(0xffffffff): Invalid port"},
+       [&] { return service->ResetEgressVlanXlateClassId(Eth(8)); }},
+      {1,
+       {"error(-18): SetEgressVlanXlateClassIdForLag() failed to set BCM Class ID for eth1/8 "
+        "(0xffffffff): Invalid port"},
+       [&] { return service->SetEgressVlanXlateClassIdForLag(kLag, Eth(8)); }},
+      {1,
+       {"error(-11): SetVlanXlateLookupKeys() error setting first lookup key at port 0x3: "
+        "Operation failed"},
+       [&] { return fail("bcm_vlan_control_port_set"), keys(Eth(3), 2); }},
+      {2,
+       {"error(-11): SetVlanXlateLookupKeys() error setting second lookup key at port 0x3: "
+        "Operation failed"},
+       [&] { return fail("bcm_vlan_control_port_set", 2), keys(Eth(3), 2); }},
+      // The chip has exactly two lookup-key controls per port.
+      {0,
+       {"log(3): SetVlanXlateLookupKeys() invalid number of VLAN Xlate lookup keys for eth1/3: 3"},
+       [&] { return keys(Eth(3), 3); }},
+      {0,
+       {"log(3): SetVlanXlateLookupKeys() failed to retrieve BCM port for eth1/9: HAL ID not "
+        "found"},
+       [&] { return keys(Eth(9), 2); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.log.back());
+    EXPECT_FALSE(c.step());
+    EXPECT_EQ(Trace().size(), c.calls);
+    EXPECT_EQ(TakeLog(), c.log);
   }
-  EXPECT_FALSE(service->RemoveEgressVlanMappingRule(kLag, rule, true));
-  EXPECT_THAT(TakeLog(), ElementsAre("log(3): RemoveEgressVlanMappingRule() failed to retrieve BCM "
-                                     "gport for lag1: HAL ID not found"));
-  fault("bcm_port_class_get", 1);
-  EXPECT_FALSE(service->RemoveEgressVlanMappingRule(Eth(3), rule, false));
-  EXPECT_THAT(TakeLog(), ElementsAre("error(-11): RemoveEgressVlanMappingRule() failed to get BCM "
-                                     "Class ID for eth1/3 (0x4000003): Operation failed"));
-  fault("bcm_vlan_translate_egress_action_delete", 1);
-  EXPECT_FALSE(service->InstallEgressVlanMappingRule(Eth(3), rule));
-  EXPECT_THAT(TakeLog(), ElementsAre("error(-11): InstallEgressVlanMappingRule() failed to delete "
-                                     "previous egress VLAN translate rule for eth1/3: Operation "
-                                     "failed"));
-  EXPECT_FALSE(service->RemoveEgressVlanMappingRule(Eth(3), rule, false));  // not found: refused
-  TakeLog();
-  fault("bcm_vlan_control_port_set", 1);
-  service->UpdateVlanXlateLookupKeys(Eth(3), false);
-  EXPECT_THAT(TakeLog(), ElementsAre("error(-11): SetVlanXlateLookupKeys() error setting first "
-                                     "lookup key at port 0x3: Operation failed"));
-  fault("bcm_vlan_control_port_set", 2);
-  service->UpdateVlanXlateLookupKeys(Eth(3), true);
-  EXPECT_THAT(TakeLog(), ElementsAre("error(-11): SetVlanXlateLookupKeys() error setting second "
-                                     "lookup key at port 0x3: Operation failed"));
-  // The chip has exactly two lookup-key controls per port.
-  service->SetVlanXlateLookupKeys(Eth(3), {});
-  EXPECT_THAT(TakeLog(), ElementsAre("log(3): SetVlanXlateLookupKeys() invalid number of VLAN "
-                                     "Xlate lookup keys for eth1/3: 0"));
   EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
 }
 

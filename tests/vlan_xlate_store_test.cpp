@@ -78,6 +78,10 @@ TEST_F(RuleStore, RulesAreStoredAndDroppedOnlyAfterTheChipDidSo) {
     EXPECT_THAT(Trace(), IsEmpty());
     EXPECT_THAT(TakeLog(), ElementsAre(skipped));
   }
+  // A stage without a table of this service is neither programmed nor stored.
+  EXPECT_EQ(Add(static_cast<Stage>(7), rule), 0);
+  EXPECT_EQ(Delete(static_cast<Stage>(7), rule), 0);
+  EXPECT_THAT(Trace(), IsEmpty());
   EXPECT_THAT(sim::chip().IngressTable(), IsEmpty());
   EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
 }
@@ -126,10 +130,23 @@ TEST_F(RuleStore, QinqChangeMovesEachStoredIngressRuleToTheNewLayoutInSetOrder) 
   EXPECT_EQ(Delete(Stage::Ingress, second), -1);
   EXPECT_EQ(LogLines().back(), "log(6): VLAN translate rule:\n" + Text(second) + "\nQinQ: enable");
 
+  // Back, then to the same state again: the rules are sought under the other layout, refused
+  // where they are, and stay.
+  ASSERT_EQ(service->SetVlanQinQ(Eth(3), HAL_BP_QINQ_DISABLE), 0);
+  ClearRecords();
   ASSERT_EQ(service->SetVlanQinQ(Eth(3), HAL_BP_QINQ_DISABLE), 0);
   EXPECT_EQ(sim::chip().IngressTable().count({false, 3, 8, 100, 0}), 1u);
   EXPECT_EQ(sim::chip().IngressTable().count({false, 3, 8, 101, 0}), 1u);
   EXPECT_EQ(Stored(Stage::Ingress).size(), 2u);
+  EXPECT_THAT(Trace("bcm_vlan_translate_action_delete"),
+              ElementsAre("bcm_vlan_translate_action_delete(0, 0x4000003, 9, 0, 100) = -7",
+                          "bcm_vlan_translate_action_delete(0, 0x4000003, 9, 0, 101) = -7"));
+  const Lines refused = {
+      "error(-7): RemoveIngressVlanMappingRule() failed to remove ingress VLAN "
+      "translate for eth1/3: Entry not found",
+      "error(-8): InstallIngressVlanMappingRule() failed to add ingress VLAN "
+      "translate rule for eth1/3: Entry exists"};
+  EXPECT_EQ(LogLines(), refused + refused);
 }
 
 }  // namespace

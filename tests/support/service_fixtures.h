@@ -21,6 +21,11 @@ using Lines = std::vector<std::string>;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+inline Lines operator+(Lines a, const Lines& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
 inline limid_t Eth(unsigned port) {
   return sim::EthernetPort(1, port);
 }

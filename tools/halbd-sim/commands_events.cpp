@@ -18,10 +18,17 @@ limid_t TakeLiveLag(const Session& session, Arguments& args) {
   return lag;
 }
 
+// A LAG manager never raises an impossible membership change: the line is refused whole.
+void RefuseImpossible(const std::optional<std::string>& refusal) {
+  if (refusal)
+    throw ScenarioError(*refusal);
+}
+
 Action PrepareMemberAdded(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
+  RefuseImpossible(sim::LagOrchestratorSim::AddMemberRefusal(lag, member));
   return Operation(
       [=](Session& s) { return AnswerLines(s.LagOrchestrator().AddMember(lag, member)); });
 }
@@ -30,6 +37,7 @@ Action PrepareMemberDeleted(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
+  RefuseImpossible(sim::LagOrchestratorSim::DeleteMemberRefusal(lag, member));
   return Operation(
       [=](Session& s) { return AnswerLines(s.LagOrchestrator().DeleteMember(lag, member)); });
 }
@@ -90,7 +98,8 @@ Action PrepareRefuse(const Session& session, Arguments& args) {
 
 std::vector<Command> EventCommands() {
   return {
-      {"memberAdded", "<lag> <member>", "a port joins a LAG: raise the event to the services",
+      {"memberAdded", "<lag> <member>",
+       "a port joins a LAG: raise the event (to move a port: memberDeleted, then memberAdded)",
        PrepareMemberAdded},
       {"memberDeleted", "<lag> <member>", "a port leaves a LAG: raise the event to the services",
        PrepareMemberDeleted},

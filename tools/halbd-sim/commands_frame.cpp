@@ -1,19 +1,28 @@
 // The frame command: a broadcast frame received on a port of the simulated chip, and where the
-// state that the library programmed sends it (docs/FRAME-WALK.md states the stages' rules).
+// state that the library programmed sends it (docs/FRAME-WALK.md states the stages' rules). Frames
+// are given by their tags, as bytes, or as a capture file whose copies are written per interface.
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+#include "frame_io.h"
 #include "hal_bcm_common.h"
 #include "line_reader.h"
 #include "sim/frame_walk.h"
+#include "sim/sim_platform.h"
 
 namespace halbdsim {
 
 const char* const kFrameSyntaxHelp =
-    "FRAME: untagged (also when left out), or tag TPID VLAN PCP once or twice, outermost first";
+    "FRAME: untagged (also when left out), or tag TPID VLAN PCP once or twice, outermost first,\n"
+    "  or hex BYTES (a whole Ethernet frame), or --pcap IN.pcap [--out DIR] (each frame of a\n"
+    "  capture; DIR/eth1_49.pcap gets the frames leaving eth1/49)";
 
 namespace {
 
@@ -62,36 +71,130 @@ sim::Frame TakeFrame(Arguments& args) {
   return frame;
 }
 
-// Stage by stage; an egress stage is named after the port its copy leaves by.
-void PrintSteps(Session& session, const sim::FrameWalk& walk) {
-  size_t copy = 0;
-  for (const sim::WalkStep& step : walk.steps) {
-    std::string stage = step.stage;
-    if (copy < walk.copies.size() && stage == "egress " + std::to_string(walk.copies[copy].port)) {
-      stage = "egress " + session.NameOfChipPort(walk.copies[copy++].port);
-    }
-    session.Print(stage + ": " + step.note);
-  }
+// Drop reasons, notes and egress stages name the scenario's interfaces.
+sim::FrameWalk Walk(const Session& session, int port, const sim::Frame& frame) {
+  return sim::WalkFrame(port, frame, [&session](int p) { return session.NameOfChipPort(p); });
 }
 
-void PrintWalk(Session& session, const sim::FrameWalk& walk, bool stages) {
-  if (stages)
-    PrintSteps(session, walk);
+// The outcome lines of a walk, each after prefix: with stages, each stage's decision first; then
+// the drop, or one line per copy followed by what showCopy adds.
+void PrintWalk(Session& session, const sim::FrameWalk& walk, bool stages,
+               const std::string& prefix = "",
+               const std::function<void(const sim::FrameCopy&)>& showCopy = nullptr) {
+  for (size_t i = 0; stages && i < walk.steps.size(); ++i)
+    session.Print(prefix + walk.steps[i].stage + ": " + walk.steps[i].note);
   if (walk.dropped) {
-    session.Print("dropped at " + walk.dropStage + ": " + walk.dropReason);
+    session.Print(prefix + "dropped at " + walk.dropStage + ": " + walk.dropReason);
     return;
   }
   for (const sim::FrameCopy& copy : walk.copies) {
-    session.Print("to " + session.NameOfChipPort(copy.port) + ": " + sim::FormatFrame(copy.frame));
+    session.Print(prefix + "to " + session.NameOfChipPort(copy.port) + ": " +
+                  sim::FormatFrame(copy.frame));
+    if (showCopy)
+      showCopy(copy);
   }
+}
+
+// A frame's own tags are found by the TPIDs known everywhere and by the receiving port's.
+std::vector<uint16_t> PortTpids(int port) {
+  const sim::PortState& state = sim::chip().Port(port);
+  return {state.outerTpid, state.innerTpid};
+}
+
+bool TakeTrace(Arguments& args) {
+  const bool stages = args.TakeKeyword({"--trace"}).has_value();
+  args.ExpectEnd();
+  return stages;
+}
+
+// One frame given as hex bytes: each copy is followed by its bytes as they leave.
+Action PrepareHexFrame(int port, Arguments& args) {
+  std::vector<std::string> words;
+  while (!args.Empty() && args.Peek() != "--trace")
+    words.push_back(args.Take("frame bytes"));
+  const bool stages = TakeTrace(args);
+  const EthernetFrame arrived = DecodeFrame(ParseHexBytes(words), PortTpids(port));
+  return [=](Session& s) {
+    PrintWalk(s, Walk(s, port, arrived.frame), stages, "", [&](const sim::FrameCopy& copy) {
+      s.Print("  " + HexText(EncodeCopy(arrived, copy.frame), copy.frame.tags.size()));
+    });
+  };
+}
+
+// "eth1/49" leaves by DIR/eth1_49.pcap.
+std::string CaptureFileOf(const std::string& directory, const std::string& interface) {
+  std::string file = interface;
+  std::replace(file.begin(), file.end(), '/', '_');
+  return directory + "/" + file + ".pcap";
+}
+
+// Walks every frame of the capture; returns the frames that leave by each chip port.
+std::map<int, std::vector<CapturedFrame>> WalkCapture(Session& session, int port,
+                                                      const std::vector<CapturedFrame>& frames,
+                                                      bool stages) {
+  std::map<int, std::vector<CapturedFrame>> leaving;
+  for (size_t i = 0; i < frames.size(); ++i) {
+    const CapturedFrame& captured = frames[i];
+    const std::string prefix = "frame " + std::to_string(i + 1) + ": ";
+    if (captured.originalLength > captured.bytes.size()) {
+      session.Print(prefix + "refused: the capture holds " + std::to_string(captured.bytes.size()) +
+                    " of its " + std::to_string(captured.originalLength) + " bytes");
+      continue;
+    }
+    EthernetFrame arrived;
+    try {
+      arrived = DecodeFrame(captured.bytes, PortTpids(port));
+    } catch (const ScenarioError& error) {
+      session.Print(prefix + "refused: " + error.what());
+      continue;
+    }
+    PrintWalk(session, Walk(session, port, arrived.frame), stages, prefix,
+              [&](const sim::FrameCopy& copy) {
+                CapturedFrame out = captured;
+                out.bytes = EncodeCopy(arrived, copy.frame);
+                out.originalLength = out.bytes.size();
+                leaving[copy.port].push_back(std::move(out));
+              });
+  }
+  return leaving;
+}
+
+Action PrepareCapture(int port, Arguments& args) {
+  const std::string input = args.Take("capture file");
+  const std::string directory = args.TakeKeyword({"--out"}) ? args.Take("directory") : ".";
+  const bool stages = TakeTrace(args);
+  const std::vector<CapturedFrame> frames = ReadCapture(input);
+  std::error_code error;
+  if (std::filesystem::exists(directory, error) &&
+      !std::filesystem::is_directory(directory, error)) {
+    throw ScenarioError("--out " + directory + " is not a directory");
+  }
+  return [=](Session& s) {
+    const auto leaving = WalkCapture(s, port, frames, stages);
+    std::error_code made;
+    std::filesystem::create_directories(directory, made);
+    for (const auto& [egress, copies] : leaving) {
+      const std::string file = CaptureFileOf(directory, s.NameOfChipPort(egress));
+      const std::string failure = made ? made.message() : WriteCapture(file, copies);
+      std::string line = (failure.empty() ? "wrote " : "cannot write ") + file + ": ";
+      if (!failure.empty())
+        line += failure;
+      else
+        line += std::to_string(copies.size()) + (copies.size() == 1 ? " frame" : " frames");
+      s.Print(line);
+    }
+  };
 }
 
 Action PrepareFrame(const Session& session, Arguments& args) {
   const int port = TakeChipPort(session, args);
+  if (args.TakeKeyword({"hex"}))
+    return PrepareHexFrame(port, args);
+  if (args.TakeKeyword({"--pcap"}))
+    return PrepareCapture(port, args);
   const sim::Frame frame = TakeFrame(args);
-  const bool stages = args.TakeKeyword({"--trace"}).has_value();
-  args.ExpectEnd();
-  return [=](Session& s) { PrintWalk(s, sim::WalkFrame(port, frame), stages); };
+  const bool stages = TakeTrace(args);
+  return [=](Session& s) { PrintWalk(s, Walk(s, port, frame), stages); };
 }
 
 }  // namespace

@@ -80,9 +80,17 @@ Command RuleCommand(const std::string& name, const std::string& summary,
             const limid_t id = TakeInterface(session, args, "id");
             const auto stage = static_cast<vlanxlate::Stage>(
                 ParseChoiceOrNumber(args.Take("stage"), kStages, 0, UINT32_MAX, "stage"));
-            const vlanxlate::VlanMapping rule = ParseRule(args);
-            return Operation(
+            // Only an added rule does something worth a warning.
+            std::vector<std::string> warnings;
+            const bool adding = operation == &HalBridgePortItf::AddVlanMappingRule;
+            const vlanxlate::VlanMapping rule = ParseRule(args, adding ? &warnings : nullptr);
+            const Action run = Operation(
                 [=](Session& s) { return Result((s.BridgePort().*operation)(id, stage, rule)); });
+            return [warnings, run](Session& s) {
+              for (const std::string& warning : warnings)
+                s.Print(warning);
+              run(s);
+            };
           }};
 }
 

@@ -42,6 +42,7 @@ const std::vector<std::string> kSdkFunctions = {
 };
 
 constexpr int kMaxPortNumber = BCM_GPORT_LOCAL_PORT_MASK;
+constexpr bcm_vlan_t kReservedVlan = 4095;
 
 // The identifier a set-up command declares; it must be of the kind the command declares.
 limid_t ParseNameOfKind(const std::string& name, sim::IdKind kind, const std::string& mistake) {
@@ -73,6 +74,31 @@ std::optional<int> TakeGport(Arguments& args) {
   throw ScenarioError("gport kind must be local, module or none: '" + kind + "'");
 }
 
+// One chip port, or one gport of another chip, stands for one interface: a second name for it
+// would make every lookup by gport answer one of the two.
+void RefuseSharedGport(const Session& session, int gport) {
+  const std::optional<int> chipPort = ChipPortOfGport(gport);
+  for (const auto& [id, declared] : session.Declared()) {
+    if (!declared.gport || declared.trunkId >= 0)
+      continue;
+    if (chipPort && ChipPortOfGport(*declared.gport) == chipPort) {
+      throw ScenarioError("chip port " + std::to_string(*chipPort) + " is already " +
+                          sim::NameOf(id));
+    }
+    if (*declared.gport == gport)
+      throw ScenarioError("gport " + Hex(static_cast<unsigned>(gport)) + " is already " +
+                          sim::NameOf(id));
+  }
+}
+
+// A trunk is one LAG's while that LAG lives; a deleted LAG's trunk may be given again.
+void RefuseSharedTrunk(const Session& session, limid_t lag, int trunkId) {
+  for (const auto& [id, declared] : session.Declared()) {
+    if (declared.trunkId == trunkId && !(id == lag) && sim::common().HasLag(id))
+      throw ScenarioError("trunk " + std::to_string(trunkId) + " is already " + sim::NameOf(id));
+  }
+}
+
 Action PreparePort(const Session& session, Arguments& args) {
   const std::string name = args.Take("port name");
   const limid_t port =
@@ -81,6 +107,8 @@ Action PreparePort(const Session& session, Arguments& args) {
     throw ScenarioError(name + " is already declared");
   const std::optional<int> gport = TakeGport(args);
   args.ExpectEnd();
+  if (gport)
+    RefuseSharedGport(session, *gport);
   return [=](Session& s) {
     s.Declare(port, DeclaredInterface{gport, -1});
     if (!gport) {
@@ -92,7 +120,7 @@ Action PreparePort(const Session& session, Arguments& args) {
   };
 }
 
-Action PrepareLag(const Session&, Arguments& args) {
+Action PrepareLag(const Session& session, Arguments& args) {
   const std::string name = args.Take("lag name");
   const limid_t lag = ParseNameOfKind(name, sim::IdKind::Lag, "LAG name must read lag<n>");
   if (sim::common().HasLag(lag))
@@ -100,6 +128,7 @@ Action PrepareLag(const Session&, Arguments& args) {
   const auto trunkId =
       static_cast<int>(ParseInteger(args.Take("trunkId"), 0, BCM_GPORT_TRUNK_ID_MASK, "trunkId"));
   args.ExpectEnd();
+  RefuseSharedTrunk(session, lag, trunkId);
   return [=](Session& s) {
     s.Declare(lag, DeclaredInterface{sim::TrunkGport(trunkId), trunkId});
     sim::common().AddLag(lag, trunkId);
@@ -115,7 +144,18 @@ Action PrepareVlan(const Session&, Arguments& args) {
   if (sim::chip().HasVlan(vlan)) {
     throw ScenarioError("VLAN " + std::to_string(vlan) + " already exists on the chip");
   }
+  const int rc = sim::Chip::VlanCreationCode(vlan);
+  if (rc != BCM_E_NONE) {
+    throw ScenarioError("the chip refuses to create VLAN " + std::to_string(vlan) + ": " +
+                        _shr_errmsg[-rc] + " (" + std::to_string(rc) +
+                        "); VLAN 0 marks priority-tagged frames");
+  }
   return [=](Session& s) {
+    if (vlan == kReservedVlan) {
+      s.Print(
+          "warning: VLAN 4095 is reserved by 802.1Q; the library also writes it as the "
+          "untagged VLAN of a port without a native VLAN");
+    }
     const bcm_multicast_t group = sim::chip().CreateVlan(vlan, withGroup);
     s.Print(group != 0 ? "broadcast group " + Hex(static_cast<unsigned>(group))
                        : "no broadcast group");

@@ -65,9 +65,23 @@ Operation ParseOperation(Arguments& args) {
   return static_cast<Operation>(ParseChoice(word, kOperations, "rule operation"));
 }
 
+// Every named operation but Unknown writes the outer tag; its inner tag is written only when
+// given a VLAN.
+std::vector<std::string> Warnings(const vlanxlate::VlanMapping& rule, bool hasActionOuter) {
+  const auto value = static_cast<uint32_t>(rule.operation);
+  if (value > static_cast<uint32_t>(Operation::ReplaceReplace)) {
+    return {"warning: operation " + std::to_string(value) +
+            " is none the library knows: the rule is installed without tag actions and does "
+            "nothing"};
+  }
+  if (rule.operation != Operation::Unknown && !hasActionOuter)
+    return {"warning: the rule gives no outer tag to write: it writes VLAN 0"};
+  return {};
+}
+
 }  // namespace
 
-vlanxlate::VlanMapping ParseRule(Arguments& args) {
+vlanxlate::VlanMapping ParseRule(Arguments& args, std::vector<std::string>* warnings) {
   vlanxlate::VlanMapping rule;
   if (args.TakeKeyword({"match"})) {
     auto [hasOuter, hasInner] =
@@ -78,8 +92,13 @@ vlanxlate::VlanMapping ParseRule(Arguments& args) {
     rule.match.hasInnerVlan = hasInner;
   }
   rule.operation = ParseOperation(args);
-  ParseTagGroup(args, "action", rule.action.outerVlanTag, rule.action.innerVlanTag);
+  const bool hasActionOuter =
+      ParseTagGroup(args, "action", rule.action.outerVlanTag, rule.action.innerVlanTag).first;
   args.ExpectEnd();
+  if (warnings != nullptr) {
+    for (std::string& warning : Warnings(rule, hasActionOuter))
+      warnings->push_back(std::move(warning));
+  }
   return rule;
 }
 

@@ -12,6 +12,9 @@
 #ifndef HALBD_SIM_RULE_SYNTAX_H
 #define HALBD_SIM_RULE_SYNTAX_H
 
+#include <string>
+#include <vector>
+
 #include "arguments.h"
 #include "vlan_xlate.h"
 
@@ -20,8 +23,11 @@ namespace halbdsim {
 // Lines of help that summarise the syntax above, without a final newline.
 extern const char* const kRuleSyntaxHelp;
 
-// Takes the rest of the arguments as one rule; ScenarioError on any mistake.
-vlanxlate::VlanMapping ParseRule(Arguments& args);
+// Takes the rest of the arguments as one rule; ScenarioError on any mistake. A rule that the
+// library takes but that cannot do what it seems to (an operation that writes a tag with none
+// given writes VLAN 0; an operation the library does not know does nothing) adds a line to
+// warnings, when given: such rules still reach the library, whose handling of them is the point.
+vlanxlate::VlanMapping ParseRule(Arguments& args, std::vector<std::string>* warnings = nullptr);
 
 }  // namespace halbdsim
 

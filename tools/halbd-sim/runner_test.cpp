@@ -81,6 +81,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"port lag2 local 2", "port name must read eth<slot>/<port>: 'lag2'"},
         BadLine{"vlan 10", "VLAN 10 already exists on the chip"},
         BadLine{"vlan 4096", "vlan out of range (0 to 4095): 4096"},
+        BadLine{"vlan 0",
+                "the chip refuses to create VLAN 0: Invalid parameter (-4); VLAN 0 "
+                "marks priority-tagged frames"},
         BadLine{"show",
                 "show needs one of: ports, vlans, ingress, egress, lags, member-table, "
                 "trace"},
@@ -93,7 +96,11 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"frame eth1/1 tag 0x88a8 10 0 tag 0x8100 20 0 tag 0x8100 30 0",
                 "a frame carries at most two tags"},
         BadLine{"frame eth1/1 untagged tag 0x8100 10 0", "unexpected argument 'tag'"},
-        BadLine{"frame eth1/1 --trace untagged", "unexpected argument 'untagged'"}));
+        BadLine{"frame eth1/1 --trace untagged", "unexpected argument 'untagged'"},
+        BadLine{"frame eth1/1 hex ffffffffffff020000000001 8100",
+                "too short to hold its tags: 14 bytes, 18 needed"},
+        BadLine{"frame eth1/1 hex ffffff", "too short for an Ethernet header: 3 bytes, 14 needed"},
+        BadLine{"frame eth1/1 hex 0g", "frame bytes must be hex digits: '0g'"}));
 
 TEST_F(RunnerTest, FrameNeedsAPortOfThisChipInThePortTable) {
   const int status =
@@ -213,6 +220,32 @@ TEST_F(RunnerTest, AnExceptionLeavingTheLibraryIsItsOutcome) {
   Run("lag lag5 5\nlagDeleted lag5\nSetTpid lag5 0x88a8\n");
 
   EXPECT_NE(out_.str().find("> SetTpid lag5 0x88a8\n  exception std::out_of_range: "),
+            std::string::npos)
+      << out_.str();
+}
+
+TEST_F(RunnerTest, ImpossibleSetUpAndLagChangesAreRefusedWholeAndOddRulesWarned) {
+  const int status =
+      Run("port eth1/1 local 1\nport eth1/2 local 2\nlag lag5 5\nlag lag6 6\n"
+          "memberAdded lag5 eth1/1\nport eth1/3 module 0 1\nlag lag7 5\nmemberAdded lag5 eth1/1\n"
+          "memberAdded lag6 eth1/1\nmemberDeleted lag6 eth1/2\n"
+          "AddVlanMappingRule eth1/2 ingress match outer 100 replace\n"
+          "AddVlanMappingRule eth1/2 ingress match outer 200 op 99 outer 7\n",
+          true);
+
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err_.str(),
+            "test.scn:6: chip port 1 is already eth1/1\n"
+            "test.scn:7: trunk 5 is already lag5\n"
+            "test.scn:8: eth1/1 is already a member of lag5\n"
+            "test.scn:9: eth1/1 is a member of lag5: it leaves lag5 (member deleted) before it "
+            "joins lag6 (member added)\n"
+            "test.scn:10: eth1/2 is not a member of lag6\n");
+  EXPECT_EQ(sim::common().LagOf(sim::EthernetPort(1, 1)), sim::Lag(5));
+  EXPECT_NE(out_.str().find("  warning: the rule gives no outer tag to write: it writes VLAN 0\n"
+                            "  result: 0\n  warning: operation 99 is none the library knows: "
+                            "the rule is installed without tag actions and does nothing\n"
+                            "  result: 0\n"),
             std::string::npos)
       << out_.str();
 }

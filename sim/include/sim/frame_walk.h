@@ -5,6 +5,7 @@
 #define HALBD_SIM_FRAME_WALK_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ struct FrameTag {
   uint16_t tpid = 0x8100;
   uint16_t vlan = 0;
   uint8_t priority = 0;
+  bool dei = false;  // drop eligible: kept as the frame brought it; a pushed tag has it clear
   bool operator==(const FrameTag& o) const {
-    return tpid == o.tpid && vlan == o.vlan && priority == o.priority;
+    return tpid == o.tpid && vlan == o.vlan && priority == o.priority && dei == o.dei;
   }
 };
 
@@ -44,11 +46,16 @@ struct FrameWalk {
   std::vector<WalkStep> steps;    // every stage in order
 };
 
-// What the chip does with a broadcast frame received on ingressPort.
-// Throws std::out_of_range for a port the chip does not have.
-FrameWalk WalkFrame(int ingressPort, const Frame& frame);
+// The name a walk gives a chip port in its notes, drop reasons and egress stages.
+using PortNamer = std::function<std::string(int port)>;
 
-// "untagged", or the tags as "[0x88a8 100 p0][0x8100 10 p3]" (TPID, VLAN, priority).
+// What the chip does with a broadcast frame received on ingressPort. Without a namer, ports are
+// "port 3" in notes and reasons and "egress 3" as stages.
+// Throws std::out_of_range for a port the chip does not have.
+FrameWalk WalkFrame(int ingressPort, const Frame& frame, const PortNamer& namer = nullptr);
+
+// "untagged", or the tags as "[0x88a8 100 p0][0x8100 10 p3]" (TPID, VLAN, priority), with " dei"
+// after the priority of a drop-eligible tag.
 std::string FormatFrame(const Frame& frame);
 
 }  // namespace sim

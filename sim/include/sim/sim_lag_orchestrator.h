@@ -31,10 +31,17 @@ class LagOrchestratorSim : public halswitchl2if::LagOrchestrator {
   // The LAG must be known to the common tables (sim::common().AddLag). Events reach clients in
   // ascending (priority, name) order; clients without a handler for an event are skipped.
   std::vector<Answer> CreateLag(const limid_t& lag);
-  // The member is listed before memberAdded is raised.
+  // The member is listed before memberAdded is raised. A LAG manager never adds a port that is
+  // already in a LAG, this one or another: std::invalid_argument (AddMemberRefusal), nothing
+  // raised. std::out_of_range for a LAG the common tables do not know.
   std::vector<Answer> AddMember(const limid_t& lag, const limid_t& member);
-  // memberDeleted is raised while the member is still listed; it is unlisted afterwards.
+  // memberDeleted is raised while the member is still listed; it is unlisted afterwards. A port
+  // that is not a member is refused: std::invalid_argument (DeleteMemberRefusal), nothing raised.
   std::vector<Answer> DeleteMember(const limid_t& lag, const limid_t& member);
+  // Why the event cannot be raised, or nothing when it can (also for an unknown LAG, which the
+  // event itself reports).
+  static std::optional<std::string> AddMemberRefusal(const limid_t& lag, const limid_t& member);
+  static std::optional<std::string> DeleteMemberRefusal(const limid_t& lag, const limid_t& member);
   // lagDeleted is raised while the members are still listed; the LAG is forgotten afterwards.
   std::vector<Answer> DeleteLag(const limid_t& lag);
 

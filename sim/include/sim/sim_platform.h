@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -61,6 +62,8 @@ class Common {
   // Forgets a LAG's member list; GetLagMembers then throws for it.
   void ForgetLag(limid_t lag);
   bool HasLag(limid_t lag) const;
+  // The known LAG whose member list holds the port, if any.
+  std::optional<limid_t> LagOf(limid_t member) const;
   VlanMemberTable& VlanMembers();
 };
 Common& common();
@@ -160,7 +163,12 @@ class Chip {
   // -- set-up (no trace) --
   // Creates a VLAN, with a broadcast replication group of its own unless told otherwise.
   // Returns the group (0 without one).
+  // Throws std::invalid_argument for a VLAN the chip refuses to create (VlanCreationCode).
   bcm_multicast_t CreateVlan(bcm_vlan_t vlan, bool withBroadcastGroup = true);
+  // The chip's answer to creating a VLAN: BCM_E_PARAM for VLAN 0, which marks priority-tagged
+  // frames, and for numbers above 4095; else BCM_E_NONE. VLAN 4095, reserved by 802.1Q, is
+  // created: the library writes it as the untagged VLAN of a port without a native VLAN.
+  static int VlanCreationCode(bcm_vlan_t vlan);
   void DestroyVlan(bcm_vlan_t vlan);
   // Chooses the identification words of soc_control for the unit.
   void SetControlWords(uint32_t chipType, uint32_t xlatePktPrio, uint32_t familyFlags);
