@@ -1,5 +1,6 @@
 # Runs one scenario and compares its whole output with the committed expectation.
-#   cmake -DRUNNER=<halbd-sim> [-DEMULATOR=<command line>] -DSCENARIO=<path relative to WORKDIR>
+#   cmake -DRUNNER=<halbd-sim> [-DEMULATOR=<command line>] [-DOPTIONS=<options>]
+#         -DSCENARIO=<path relative to WORKDIR>
 #         -DWORKDIR=<dir>
 #         -DEXPECTED_OUT=<file> [-DEXPECTED_ERR=<file>] [-DEXPECTED_RC=<n>] [-DACTUAL_DIR=<dir>]
 #         [-DUPDATE=ON] -P golden.cmake
@@ -13,7 +14,8 @@ endif()
 
 # EMULATOR (cross builds): the command line that runs a target program on this host.
 separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
-execute_process(COMMAND ${emulator} ${RUNNER} ${SCENARIO}
+separate_arguments(options UNIX_COMMAND "${OPTIONS}")
+execute_process(COMMAND ${emulator} ${RUNNER} ${options} ${SCENARIO}
                 WORKING_DIRECTORY ${WORKDIR}
                 OUTPUT_VARIABLE actual_out ERROR_VARIABLE actual_err RESULT_VARIABLE rc)
 

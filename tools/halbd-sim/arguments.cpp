@@ -58,6 +58,13 @@ std::optional<std::string> Arguments::TakeKeyword(const std::vector<std::string>
   return std::nullopt;
 }
 
+std::string Arguments::Rest() const {
+  std::string rest;
+  for (size_t word = next_; word < words_.size(); ++word)
+    rest += (rest.empty() ? "" : " ") + words_[word];
+  return rest;
+}
+
 void Arguments::ExpectEnd() const {
   if (!Empty())
     throw ScenarioError("unexpected argument '" + words_[next_] + "'");
@@ -85,6 +92,20 @@ long long ParseInteger(const std::string& text, long long min, long long max,
                         std::to_string(max) + "): " + text);
   }
   return number;
+}
+
+std::pair<long long, long long> ParseRange(const std::string& text, long long min, long long max,
+                                           const std::string& name) {
+  const size_t dash = text.find('-', 1);
+  if (dash == std::string::npos) {
+    const long long only = ParseInteger(text, min, max, name);
+    return {only, only};
+  }
+  const long long first = ParseInteger(text.substr(0, dash), min, max, name);
+  const long long last = ParseInteger(text.substr(dash + 1), min, max, name);
+  if (first > last)
+    throw ScenarioError(name + " range runs backwards: " + text);
+  return {first, last};
 }
 
 long long ParseChoice(const std::string& text, const Choices& choices, const std::string& name) {

@@ -24,6 +24,8 @@ class Arguments {
   std::string Take(const std::string& name);
   // The next word when it is one of the given keywords.
   std::optional<std::string> TakeKeyword(const std::vector<std::string>& keywords);
+  // The words not yet taken, blank-separated, without taking them.
+  std::string Rest() const;
   // "unexpected argument '<word>'" when words are left.
   void ExpectEnd() const;
 
@@ -42,6 +44,10 @@ T ParseNumber(const std::string& text, const std::string& name) {
   return static_cast<T>(
       ParseInteger(text, std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), name));
 }
+
+// "N" or "N-M" with min <= N <= M <= max, as the pair (N, M).
+std::pair<long long, long long> ParseRange(const std::string& text, long long min, long long max,
+                                           const std::string& name);
 
 // Words that stand for values, e.g. {"tagged", 1}.
 using Choices = std::vector<std::pair<std::string, long long>>;

@@ -1,8 +1,8 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
-#include <iomanip>
 #include <sstream>
 
 #include "line_reader.h"
@@ -12,19 +12,97 @@ namespace halbdsim {
 
 namespace {
 
+Action PrepareHelp(const Session&, Arguments& args) {
+  if (args.Empty())
+    return [](Session& session) { PrintHelp(session.Out(), session.TerminalWidth()); };
+  std::vector<std::string> words;
+  while (!args.Empty())
+    words.push_back(args.Take("command"));
+  const Command& command = FindCommand(words, true);
+  return [&command](Session& session) { PrintCommandHelp(session.Out(), command); };
+}
+
+Action PrepareQuit(const Session&, Arguments& args) {
+  args.ExpectEnd();
+  return [](Session& session) { session.RequestQuit(); };
+}
+
 std::vector<Command> ShellCommands() {
   return {
-      {"help", "", "list the commands",
-       [](const Session&, Arguments& args) -> Action {
-         args.ExpectEnd();
-         return [](Session& session) { PrintHelp(session.Out()); };
-       }},
-      {"quit", "", "stop reading the scenario",
-       [](const Session&, Arguments& args) -> Action {
-         args.ExpectEnd();
-         return [](Session& session) { session.RequestQuit(); };
+      {"help", "[command]", "list the commands, or explain one", PrepareHelp},
+      {"exit", "", "end the session (also Ctrl-D)", PrepareQuit},
+      {"quit", "", "stop reading the scenario", PrepareQuit},
+      // The runner reads the file; the entry is here for help and completion.
+      {"source", "<file>", "run a scenario file; its mistakes name FILE:LINE",
+       [](const Session&, Arguments&) -> Action {
+         throw ScenarioError("source runs only from a scenario or the shell");
        }},
   };
+}
+
+bool SameWord(const std::string& a, const std::string& b) {
+  return Lower(a) == Lower(b);
+}
+
+bool StartsWith(const std::vector<std::string>& words, const std::vector<std::string>& prefix) {
+  return words.size() >= prefix.size() &&
+         std::equal(prefix.begin(), prefix.end(), words.begin(), SameWord);
+}
+
+// For "show" without a known table: the tables it takes.
+std::vector<std::string> SecondWordsOf(const std::string& first) {
+  std::vector<std::string> seconds;
+  for (const Command& command : AllCommands()) {
+    const std::vector<std::string> words = NameWords(command.name);
+    if (words.size() == 2 && SameWord(words[0], first))
+      seconds.push_back(words[1]);
+  }
+  return seconds;
+}
+
+std::string OrList(const std::vector<std::string>& words) {
+  std::string list;
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (i > 0)
+      list += i + 1 == words.size() ? " or " : ", ";
+    list += words[i];
+  }
+  return list;
+}
+
+// Word-wraps text into lines of at most width columns, every line after the first indented.
+std::vector<std::string> Wrap(const std::string& text, size_t width, size_t indent) {
+  std::vector<std::string> lines(1);
+  std::istringstream stream(text);
+  for (std::string word; stream >> word;) {
+    const size_t room = width - (lines.size() == 1 ? 0 : indent);
+    if (!lines.back().empty() && lines.back().size() + 1 + word.size() > room)
+      lines.emplace_back();
+    lines.back() += (lines.back().empty() ? "" : " ") + word;
+  }
+  return lines;
+}
+
+}  // namespace
+
+void PrintWrapped(std::ostream& out, const std::string& head, const std::string& text,
+                  size_t column, size_t width) {
+  std::string first = head;
+  if (first.size() + 1 > column) {
+    out << head << '\n';
+    first.clear();
+  }
+  first.resize(column, ' ');
+  const std::vector<std::string> lines = Wrap(text, width > column + 20 ? width - column : 20, 0);
+  for (size_t i = 0; i < lines.size(); ++i)
+    out << (i == 0 ? first : std::string(column, ' ')) << lines[i] << '\n';
+}
+
+std::string Lower(const std::string& word) {
+  std::string lower = word;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
 }
 
 std::vector<std::string> NameWords(const std::string& name) {
@@ -35,28 +113,82 @@ std::vector<std::string> NameWords(const std::string& name) {
   return words;
 }
 
-bool StartsWith(const std::vector<std::string>& words, const std::vector<std::string>& prefix) {
-  return words.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), words.begin());
-}
-
-// For "show" without a known table: the tables it takes.
-std::vector<std::string> SecondWordsOf(const std::string& first) {
-  std::vector<std::string> seconds;
-  for (const Command& command : AllCommands()) {
-    const std::vector<std::string> words = NameWords(command.name);
-    if (words.size() == 2 && words[0] == first)
-      seconds.push_back(words[1]);
+size_t EditDistance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j)
+    row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
   }
-  return seconds;
+  return row[b.size()];
 }
 
-}  // namespace
+std::vector<std::string> Nearest(const std::string& word, const std::vector<std::string>& choices) {
+  const std::string lower = Lower(word);
+  // A typing slip is a few letters; beyond a third of the word it is another word.
+  const size_t limit = std::max<size_t>(1, lower.size() / 3);
+  size_t best = limit + 1;
+  std::vector<std::string> nearest;
+  for (const std::string& choice : choices) {
+    const std::string candidate = Lower(choice);
+    size_t distance = EditDistance(lower, candidate);
+    // "addM" means addMember as surely as a slip of one letter does.
+    if (lower.size() >= 3 && candidate.compare(0, lower.size(), lower) == 0)
+      distance = 1;
+    if (distance < best)
+      nearest.clear(), best = distance;
+    if (distance == best && std::find(nearest.begin(), nearest.end(), choice) == nearest.end())
+      nearest.push_back(choice);
+  }
+  if (nearest.size() > 3)
+    nearest.resize(3);
+  return nearest;
+}
+
+std::vector<std::string> CommandWords() {
+  std::vector<std::string> firsts;
+  for (const Command& command : AllCommands()) {
+    const std::string first = NameWords(command.name)[0];
+    if (std::find(firsts.begin(), firsts.end(), first) == firsts.end())
+      firsts.push_back(first);
+  }
+  return firsts;
+}
+
+const Command& FindCommand(const std::vector<std::string>& words, bool wholeName) {
+  for (const Command& command : AllCommands()) {
+    const std::vector<std::string> name = NameWords(command.name);
+    if (StartsWith(words, name) && (!wholeName || words.size() == name.size()))
+      return command;
+  }
+  const std::vector<std::string> seconds = SecondWordsOf(words[0]);
+  if (!seconds.empty()) {
+    std::string list;
+    for (const std::string& second : seconds)
+      list += (list.empty() ? "" : ", ") + second;
+    const std::vector<std::string> near =
+        words.size() > 1 ? Nearest(words[1], seconds) : std::vector<std::string>{};
+    throw ScenarioError(Lower(words[0]) + " needs one of: " + list +
+                        (near.empty() ? "" : " (did you mean " + OrList(near) + "?)"));
+  }
+  const std::vector<std::string> near = Nearest(words[0], CommandWords());
+  if (!near.empty()) {
+    throw ScenarioError("unknown command '" + words[0] + "': did you mean " + OrList(near) + "?");
+  }
+  throw ScenarioError("unknown command '" + words[0] + "' (help lists the commands)");
+}
 
 const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (auto area : {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands,
-                      FrameCommands, ShellCommands}) {
+                      FrameCommands, ExpectCommands, ShellCommands}) {
       for (Command& command : area())
         all.push_back(std::move(command));
     }
@@ -65,41 +197,63 @@ const std::vector<Command>& AllCommands() {
   return commands;
 }
 
-Action PrepareLine(const Session& session, const std::vector<std::string>& words) {
-  for (const Command& command : AllCommands()) {
-    const std::vector<std::string> name = NameWords(command.name);
-    if (!StartsWith(words, name))
-      continue;
-    Arguments args(std::vector<std::string>(words.begin() + name.size(), words.end()));
-    return command.prepare(session, args);
+std::vector<std::vector<std::string>> ExpandRanges(const std::vector<std::string>& words) {
+  const std::string command = Lower(words[0]);
+  size_t at = 0;
+  std::string prefix;
+  if (command == "vlan" && words.size() > 1) {
+    at = 1;
+  } else if ((command == "addmember" || command == "delmember") && words.size() > 1 &&
+             Lower(words[1]).rfind("vlan", 0) == 0) {
+    at = 1;
+    prefix = words[1].substr(0, 4);
   }
-  const std::vector<std::string> seconds = SecondWordsOf(words[0]);
-  if (!seconds.empty()) {
-    std::string list;
-    for (const std::string& second : seconds)
-      list += (list.empty() ? "" : ", ") + second;
-    throw ScenarioError(words[0] + " needs one of: " + list);
+  if (at == 0 || words[at].find('-', prefix.size() + 1) == std::string::npos)
+    return {words};
+  const auto [first, last] = ParseRange(words[at].substr(prefix.size()), 0, 4095, "vlan");
+  std::vector<std::vector<std::string>> lines;
+  for (long long vlan = first; vlan <= last; ++vlan) {
+    lines.push_back(words);
+    lines.back()[at] = prefix + std::to_string(vlan);
   }
-  throw ScenarioError("unknown command '" + words[0] + "' (help lists the commands)");
+  return lines;
 }
 
-void PrintHelp(std::ostream& out) {
-  std::vector<std::pair<std::string, std::string>> lines;
-  size_t width = 0;
-  for (const Command& command : AllCommands()) {
-    std::string usage = command.name;
-    if (!command.synopsis.empty())
-      usage += " " + command.synopsis;
-    width = std::max(width, usage.size());
-    lines.emplace_back(usage, command.summary);
+Action PrepareLine(const Session& session, const std::vector<std::string>& words) {
+  std::vector<Action> actions;
+  // Every line of a range is checked before any of them runs.
+  for (const std::vector<std::string>& line : ExpandRanges(words)) {
+    const Command& command = FindCommand(line, false);
+    const size_t nameSize = NameWords(command.name).size();
+    Arguments args(std::vector<std::string>(line.begin() + nameSize, line.end()));
+    actions.push_back(command.prepare(session, args));
   }
-  for (const auto& [usage, summary] : lines) {
-    out << std::left << std::setw(static_cast<int>(width) + 2) << usage << summary << '\n';
+  if (actions.size() == 1)
+    return actions.front();
+  return [actions](Session& s) {
+    for (const Action& action : actions)
+      action(s);
+  };
+}
+
+std::string Usage(const Command& command) {
+  return command.synopsis.empty() ? command.name : command.name + " " + command.synopsis;
+}
+
+void PrintHelp(std::ostream& out, size_t width) {
+  // Commands whose usage is longer than the column put their summary on the next line.
+  const size_t column = std::min<size_t>(34, width / 2);
+  for (const Command& command : AllCommands())
+    PrintWrapped(out, Usage(command), command.summary, column, width);
+  out << '\n';
+  for (const char* text : {kNamesHelp, kRuleSyntaxHelp, kFrameSyntaxHelp}) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+      const size_t colon = line.find(": ");
+      PrintWrapped(out, line.substr(0, colon + 1), line.substr(colon + 2), 11, width);
+    }
   }
-  out << "NAMES: eth<slot>/<port>, lag<n>, vlan<n>; numbers decimal or 0x hex; '#' starts a "
-         "comment\n"
-      << kRuleSyntaxHelp << '\n'
-      << kFrameSyntaxHelp << '\n';
+  out << "help COMMAND explains a command and gives an example.\n";
 }
 
 Action Operation(std::function<Session::Outcome(Session&)> operation) {

@@ -4,12 +4,14 @@
 #define HALBD_SIM_COMMANDS_H
 
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "arguments.h"
 #include "session.h"
+#include "table.h"
 
 namespace halbdsim {
 
@@ -31,6 +33,10 @@ std::vector<Command> DomainCommands();  // the bridge-domain service
 std::vector<Command> EventCommands();   // LAG events and VLAN orchestrator clients
 std::vector<Command> ShowCommands();    // the chip's state as tables
 std::vector<Command> FrameCommands();   // where the chip sends a frame
+std::vector<Command> ExpectCommands();  // checks that make a scenario test itself
+
+// The SDK functions a fault can be planned for.
+const std::vector<std::string>& SdkFunctionNames();
 
 // How the frame command takes its frame, for help.
 extern const char* const kFrameSyntaxHelp;
@@ -39,10 +45,49 @@ extern const char* const kFrameSyntaxHelp;
 const std::vector<Command>& AllCommands();
 
 // Finds the command of a line and checks its arguments; ScenarioError for an unknown command.
+// Command names are matched without regard to case.
 Action PrepareLine(const Session& session, const std::vector<std::string>& words);
 
-// One line per command, then the value syntax.
-void PrintHelp(std::ostream& out);
+// A line of a command that takes a VLAN range (vlan 10-20, addMember vlan10-20 ...,
+// delMember vlan10-20 ...) as one line per VLAN; any other line as it is.
+std::vector<std::vector<std::string>> ExpandRanges(const std::vector<std::string>& words);
+
+// The command the words start with (or, wholeName, consist of); ScenarioError naming the nearest
+// commands for an unknown one.
+const Command& FindCommand(const std::vector<std::string>& words, bool wholeName);
+
+// The first words of the commands, each once, in help order.
+std::vector<std::string> CommandWords();
+
+// The choices nearest to a mistyped word, at most three: within a few edits of it (letter case
+// aside), or starting with it.
+std::vector<std::string> Nearest(const std::string& word, const std::vector<std::string>& choices);
+size_t EditDistance(const std::string& a, const std::string& b);
+
+std::string Lower(const std::string& word);
+// The blank-separated words of a command's name.
+std::vector<std::string> NameWords(const std::string& name);
+// The name and the synopsis.
+std::string Usage(const Command& command);
+
+// head, then text word-wrapped to width from column on; a head too long for the column stands on
+// its own line.
+void PrintWrapped(std::ostream& out, const std::string& head, const std::string& text,
+                  size_t column, size_t width);
+
+// One entry per command, wrapped to width columns, then the value syntax.
+void PrintHelp(std::ostream& out, size_t width);
+// One command: usage, what it does, its arguments, an example.
+void PrintCommandHelp(std::ostream& out, const Command& command);
+
+// The table a show command prints (not the trace); none for another name.
+std::optional<Table> ShowTable(const Session& session, const std::string& name);
+
+// The words of a show table that need explaining (chip terms), as lines; empty for others.
+std::string ShowLegend(const std::string& commandName);
+
+// How names and numbers are written, for help.
+extern const char* const kNamesHelp;
 
 // An action that runs one library operation through Session::RunOperation.
 Action Operation(std::function<Session::Outcome(Session&)> operation);

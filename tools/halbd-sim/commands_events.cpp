@@ -1,5 +1,6 @@
 // Commands of the two orchestrators: LAG events raised through the simulated LAG orchestrator,
 // and VLAN orchestrator clients that print what they are told.
+#include "chip_changes.h"
 #include "commands.h"
 #include "line_reader.h"
 #include "sim/sim_platform.h"
@@ -18,6 +19,19 @@ limid_t TakeLiveLag(const Session& session, Arguments& args) {
   return lag;
 }
 
+// Raises a LAG event, then tells what it changed on the chip, port by port, before the handlers'
+// answers.
+Action LagEvent(
+    const std::function<std::vector<sim::LagOrchestratorSim::Answer>(Session&)>& raise) {
+  return Operation([raise](Session& s) {
+    const auto before = SnapshotPorts(s);
+    Session::Outcome lines = AnswerLines(raise(s));
+    Session::Outcome changes = DescribeChanges(before, SnapshotPorts(s));
+    changes.insert(changes.end(), lines.begin(), lines.end());
+    return changes;
+  });
+}
+
 // A LAG manager never raises an impossible membership change: the line is refused whole.
 void RefuseImpossible(const std::optional<std::string>& refusal) {
   if (refusal)
@@ -29,8 +43,10 @@ Action PrepareMemberAdded(const Session& session, Arguments& args) {
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
   RefuseImpossible(sim::LagOrchestratorSim::AddMemberRefusal(lag, member));
-  return Operation(
-      [=](Session& s) { return AnswerLines(s.LagOrchestrator().AddMember(lag, member)); });
+  return LagEvent([=](Session& s) {
+    s.Book().MemberAdded(lag, member);
+    return s.LagOrchestrator().AddMember(lag, member);
+  });
 }
 
 Action PrepareMemberDeleted(const Session& session, Arguments& args) {
@@ -38,14 +54,27 @@ Action PrepareMemberDeleted(const Session& session, Arguments& args) {
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
   RefuseImpossible(sim::LagOrchestratorSim::DeleteMemberRefusal(lag, member));
-  return Operation(
-      [=](Session& s) { return AnswerLines(s.LagOrchestrator().DeleteMember(lag, member)); });
+  return LagEvent([=](Session& s) {
+    s.Book().MemberDeleted(member);
+    return s.LagOrchestrator().DeleteMember(lag, member);
+  });
 }
 
 Action PrepareLagDeleted(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
+  // "unlisted": the LAG manager dropped the member list from the common tables before it raised
+  // the event, so the services cannot read the members any more.
+  const bool unlisted = args.TakeKeyword({"unlisted"}).has_value();
   args.ExpectEnd();
-  return Operation([=](Session& s) { return AnswerLines(s.LagOrchestrator().DeleteLag(lag)); });
+  return LagEvent([=](Session& s) {
+    if (unlisted) {
+      // The first service told cannot read the members and throws: the bridge port never hears
+      // of the deletion and keeps what it holds for the LAG.
+      return s.LagOrchestrator().DeleteLagUnlisted(lag);
+    }
+    s.Book().LagDeleted(lag, s.LagMembers(lag));
+    return s.LagOrchestrator().DeleteLag(lag);
+  });
 }
 
 struct ClientKey {
@@ -103,7 +132,8 @@ std::vector<Command> EventCommands() {
        PrepareMemberAdded},
       {"memberDeleted", "<lag> <member>", "a port leaves a LAG: raise the event to the services",
        PrepareMemberDeleted},
-      {"lagDeleted", "<lag>", "a LAG is deleted: raise the event, then forget the LAG",
+      {"lagDeleted", "<lag> [unlisted]",
+       "a LAG is deleted: raise the event, then forget the LAG (unlisted: forget it first)",
        PrepareLagDeleted},
       {"RegisterClient", "<priority> <name> [events]",
        "register a VLAN orchestrator client that prints what it is told (add-only, remove-only)",

@@ -194,7 +194,11 @@ Action PrepareFrame(const Session& session, Arguments& args) {
     return PrepareCapture(port, args);
   const sim::Frame frame = TakeFrame(args);
   const bool stages = TakeTrace(args);
-  return [=](Session& s) { PrintWalk(s, Walk(s, port, frame), stages); };
+  return [=](Session& s) {
+    const sim::FrameWalk walk = Walk(s, port, frame);
+    s.RememberWalk(walk);  // for expect
+    PrintWalk(s, walk, stages);
+  };
 }
 
 }  // namespace
@@ -202,8 +206,7 @@ Action PrepareFrame(const Session& session, Arguments& args) {
 std::vector<Command> FrameCommands() {
   return {
       {"frame", "<port> [FRAME] [--trace]",
-       "where the chip sends a broadcast frame received on a port (stage by stage: --trace)",
-       PrepareFrame},
+       "where the chip floods a frame received on a port (stage by stage: --trace)", PrepareFrame},
   };
 }
 

@@ -209,6 +209,10 @@ Action PrepareTrace(const Session&, Arguments& args) {
 
 }  // namespace
 
+const std::vector<std::string>& SdkFunctionNames() {
+  return kSdkFunctions;
+}
+
 std::vector<Command> SetupCommands() {
   return {
       {"port", "<name> <gport>",

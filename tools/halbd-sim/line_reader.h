@@ -23,16 +23,25 @@ std::string Trim(const std::string& line);
 // The blank-separated words of a line, its comment ('#' to the end of the line) left out.
 std::vector<std::string> SplitWords(const std::string& line);
 
-// Hands out the lines of a scenario one by one and knows where each came from. With a prompt
-// stream it asks for every line there, as the interactive shell does.
-class LineReader {
+// Where the lines of a scenario or a shell session come from.
+class LineSource {
+ public:
+  virtual ~LineSource() = default;
+  // The next line; false at the end of the input.
+  virtual bool Next(std::string& line) = 0;
+  virtual int LineNumber() const = 0;
+  virtual const std::string& SourceName() const = 0;
+};
+
+// Hands out the lines of a stream one by one and knows where each came from. With a prompt
+// stream it asks for every line there (the shell on a terminal without line editing).
+class LineReader : public LineSource {
  public:
   LineReader(std::istream& in, std::string sourceName, std::ostream* prompt);
 
-  // The next line; false at the end of the input.
-  bool Next(std::string& line);
-  int LineNumber() const { return lineNumber_; }
-  const std::string& SourceName() const { return sourceName_; }
+  bool Next(std::string& line) override;
+  int LineNumber() const override { return lineNumber_; }
+  const std::string& SourceName() const override { return sourceName_; }
 
  private:
   std::istream& in_;

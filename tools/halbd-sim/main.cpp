@@ -1,60 +1,89 @@
 // halbd-sim: runs the bridge library on the simulated platform, one command a line, and shows
 // what it does to the chip.
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <system_error>
 
 #include "commands.h"
+#include "edit_line_reader.h"
+#include "options.h"
 #include "runner.h"
+
+#ifndef HALBD_VERSION
+#define HALBD_VERSION "unknown"
+#endif
 
 namespace {
 
 constexpr int kUsageError = 2;
 
-int Usage() {
-  std::cerr << "usage: halbd-sim [-i] [SCENARIO | -]\n"
-               "       halbd-sim help\n"
-               "Runs a scenario file, or standard input. On a terminal, or with -i, it is an\n"
-               "interactive shell: no echo of commands, and a mistake is reported, not fatal.\n";
-  return kUsageError;
+size_t TerminalWidth() {
+  winsize size{};
+  if (isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+    return size.ws_col;
+  return 80;
+}
+
+int Help(const halbdsim::Options& options) {
+  if (options.helpCommand.empty()) {
+    std::cout << halbdsim::kUsage << '\n';
+    halbdsim::PrintHelp(std::cout, TerminalWidth());
+    return 0;
+  }
+  try {
+    halbdsim::PrintCommandHelp(std::cout, halbdsim::FindCommand({options.helpCommand}, false));
+  } catch (const halbdsim::ScenarioError& error) {
+    std::cerr << "halbd-sim: " << error.what() << '\n';
+    return kUsageError;
+  }
+  return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool forceInteractive = false;
-  std::string path = "-";
-  int next = 1;
-  if (next < argc && std::string(argv[next]) == "-i") {
-    forceInteractive = true;
-    ++next;
+  halbdsim::Options options;
+  std::string error;
+  if (!halbdsim::ParseOptions(argc, argv, options, error)) {
+    std::cerr << "halbd-sim: " << error << "\nTry 'halbd-sim --help'.\n";
+    return kUsageError;
   }
-  if (next < argc)
-    path = argv[next++];
-  if (next < argc)
-    return Usage();
-  if (path == "help" || path == "--help" || path == "-h") {
-    halbdsim::PrintHelp(std::cout);
+  if (options.version) {
+    std::cout << "halbd-sim " << HALBD_VERSION << '\n';
     return 0;
   }
-  if (!path.empty() && path[0] == '-' && path != "-")
-    return Usage();
+  if (options.help)
+    return Help(options);
 
   std::ifstream file;
-  if (path != "-") {
-    file.open(path);
+  if (options.path != "-") {
+    file.open(options.path);
     if (!file) {
-      std::cerr << "halbd-sim: cannot read " << path << '\n';
+      std::cerr << "halbd-sim: cannot read " << options.path << ": "
+                << std::error_code(errno, std::generic_category()).message() << '\n';
       return kUsageError;
     }
   }
-  std::istream& in = path == "-" ? std::cin : file;
-  const bool terminal = path == "-" && isatty(STDIN_FILENO);
-  const bool interactive = forceInteractive || terminal;
+  const bool terminal = options.path == "-" && isatty(STDIN_FILENO) != 0;
+  const bool interactive = options.interactive || terminal;
 
   halbdsim::Session session(std::cout);
-  halbdsim::LineReader reader(in, path == "-" ? "<stdin>" : path, terminal ? &std::cerr : nullptr);
-  return halbdsim::RunScenario(session, reader, interactive, std::cerr);
+  session.SetQuiet(options.quiet);
+  session.SetJson(options.json);
+  session.SetTerminalWidth(TerminalWidth());
+  std::unique_ptr<halbdsim::LineSource> reader;
+  if (terminal)
+    reader = halbdsim::TerminalReader(session);
+  else if (options.path == "-")
+    reader = std::make_unique<halbdsim::LineReader>(std::cin, "<stdin>", nullptr);
+  else
+    reader = std::make_unique<halbdsim::LineReader>(file, options.path, nullptr);
+  const int status = halbdsim::RunScenario(session, *reader, interactive, std::cerr);
+  return halbdsim::FinishRun(session, status, options.strict, std::cerr);
 }

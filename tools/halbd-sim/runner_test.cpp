@@ -2,9 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 
+#include "commands.h"
+#include "completion.h"
 #include "sim/sim_platform.h"
 
 namespace halbdsim {
@@ -85,8 +95,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "the chip refuses to create VLAN 0: Invalid parameter (-4); VLAN 0 "
                 "marks priority-tagged frames"},
         BadLine{"show",
-                "show needs one of: ports, vlans, ingress, egress, lags, member-table, "
-                "trace"},
+                "show needs one of: ports, port-vlans, vlans, ingress, egress, lags, "
+                "member-table, trace"},
         BadLine{"frame vlan10", "port must be a port: vlan10"},
         BadLine{"frame eth1/1 tagged", "frame must be untagged or tag TPID VLAN PCP: 'tagged'"},
         BadLine{"frame eth1/1 tag 0x8100 10", "missing pcp"},
@@ -108,8 +118,8 @@ TEST_F(RunnerTest, FrameNeedsAPortOfThisChipInThePortTable) {
 
   EXPECT_EQ(status, 1);
   EXPECT_EQ(err_.str(),
-            "test.scn:3: eth1/5 is not in the port table: no chip port receives for it\n"
-            "test.scn:4: eth1/6 is gport 0x8001806, not a port of this chip\n");
+            "eth1/5 is not in the port table: no chip port receives for it\n"
+            "eth1/6 is gport 0x8001806, not a port of this chip\n");
 }
 
 // eth1/1 is an access port of VLAN 10, eth1/2 and eth1/3 carry it tagged.
@@ -161,11 +171,11 @@ TEST_F(RunnerTest, FrameTraceNamesEachStageThenGivesTheOutcome) {
       << out_.str();
 }
 
-TEST_F(RunnerTest, InteractiveRunReportsAMistakeAndGoesOnWithoutEcho) {
+TEST_F(RunnerTest, InteractiveRunReportsAMistakePlainlyAndGoesOnWithoutEcho) {
   const int status = Run("port eth1/1 local 1\nbogus\nSetTpid eth1/1 0x88a8\n", true);
 
   EXPECT_EQ(status, 1);
-  EXPECT_EQ(err_.str(), "test.scn:2: unknown command 'bogus' (help lists the commands)\n");
+  EXPECT_EQ(err_.str(), "unknown command 'bogus' (help lists the commands)\n");
   EXPECT_EQ(out_.str(), "  gport 0x4000001\n  result: 0\n");
   EXPECT_EQ(sim::chip().Port(1).outerTpid, 0x88a8);
 }
@@ -235,12 +245,12 @@ TEST_F(RunnerTest, ImpossibleSetUpAndLagChangesAreRefusedWholeAndOddRulesWarned)
 
   EXPECT_EQ(status, 1);
   EXPECT_EQ(err_.str(),
-            "test.scn:6: chip port 1 is already eth1/1\n"
-            "test.scn:7: trunk 5 is already lag5\n"
-            "test.scn:8: eth1/1 is already a member of lag5\n"
-            "test.scn:9: eth1/1 is a member of lag5: it leaves lag5 (member deleted) before it "
+            "chip port 1 is already eth1/1\n"
+            "trunk 5 is already lag5\n"
+            "eth1/1 is already a member of lag5\n"
+            "eth1/1 is a member of lag5: it leaves lag5 (member deleted) before it "
             "joins lag6 (member added)\n"
-            "test.scn:10: eth1/2 is not a member of lag6\n");
+            "eth1/2 is not a member of lag6\n");
   EXPECT_EQ(sim::common().LagOf(sim::EthernetPort(1, 1)), sim::Lag(5));
   EXPECT_NE(out_.str().find("  warning: the rule gives no outer tag to write: it writes VLAN 0\n"
                             "  result: 0\n  warning: operation 99 is none the library knows: "
@@ -253,6 +263,214 @@ TEST_F(RunnerTest, ImpossibleSetUpAndLagChangesAreRefusedWholeAndOddRulesWarned)
 TEST_F(RunnerTest, EventsOnADeletedLagAskForItToBeDeclaredAgain) {
   EXPECT_EQ(Run("port eth1/1 local 1\nlag lag5 5\nlagDeleted lag5\nmemberAdded lag5 eth1/1\n"), 1);
   EXPECT_EQ(err_.str(), "test.scn:4: lag5 was deleted: declare it again with 'lag'\n");
+}
+
+// eth1/1 untagged in VLAN 10 with native VLAN 10, eth1/2 tagged; a frame from eth1/1 sent.
+const std::string kChecked = kPrelude +
+                             "port eth1/2 local 2\naddMember vlan10 eth1/1 untagged\n"
+                             "SetNativeVlan eth1/1 10\naddMember vlan10 eth1/2 tagged\n"
+                             "frame eth1/1\n";
+
+struct ExpectCase {
+  const char* line;
+  const char* failure;  // empty when the expect holds
+};
+
+void PrintTo(const ExpectCase& c, std::ostream* os) {
+  *os << '"' << c.line << '"';
+}
+
+class ExpectTest : public RunnerTest, public ::testing::WithParamInterface<ExpectCase> {};
+
+TEST_P(ExpectTest, HoldsOrSaysWhatWasExpectedAndWhatIsWithItsPlace) {
+  const int status = Run(kChecked + GetParam().line + "\n");
+
+  EXPECT_EQ(status, 0);  // a failed expect does not stop the run
+  const std::string failure = GetParam().failure;
+  EXPECT_EQ(err_.str(), failure.empty() ? "" : "test.scn:8: expect failed: " + failure + "\n");
+  EXPECT_EQ(session_.FailedExpects(), failure.empty() ? 0 : 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Checks, ExpectTest,
+    ::testing::Values(ExpectCase{"expect frame eth1/2 [0x8100 10 p0]", ""},
+                      ExpectCase{"expect frame eth1/2 untagged",
+                                 "frame to eth1/2: expected untagged, is "
+                                 "[0x8100 10 p0]"},
+                      ExpectCase{"expect frame eth1/1 none", ""}, ExpectCase{"expect copies 1", ""},
+                      ExpectCase{"expect dropped", "frame: expected dropped, is 1 copy"},
+                      ExpectCase{"expect member vlan10 eth1/1 untagged", ""},
+                      ExpectCase{"expect member vlan10 eth1/2", ""},
+                      ExpectCase{"expect member vlan10 eth1/2 untagged",
+                                 "member vlan10 eth1/2: expected untagged, is tagged"},
+                      ExpectCase{"expect ports eth1/1 native 10", ""},
+                      ExpectCase{"expect ports eth1/2 native 10",
+                                 "ports eth1/2 native: expected 10, is 1"},
+                      ExpectCase{"expect vlans vlan10 tagged eth1/2", ""},
+                      ExpectCase{"expect port-vlans eth1/1 native yes", ""},
+                      ExpectCase{"expect ports eth1/9 native 1",
+                                 "ports eth1/9 native: expected 1, is no row "
+                                 "eth1/9"},
+                      ExpectCase{"expect result -1", "result: expected -1, is 0"}));
+
+TEST_F(RunnerTest, AnExpectedFailureIsNotCountedUnderStrict) {
+  const std::string failing = kPrelude + "fail bcm_port_tpid_set 2 -4\nSetTpid eth1/1 0x88a8\n";
+  Run(failing + "expect result -1\nSetTpid eth1/1 0x88a8\nexpect result 0\n");
+
+  EXPECT_EQ(session_.UnexpectedFailures(), 1);
+  EXPECT_EQ(session_.FailedExpects(), 1);
+  std::ostringstream summary;
+  EXPECT_EQ(FinishRun(session_, 0, true, summary), 1);
+  EXPECT_EQ(summary.str(), "halbd-sim: strict: 1 operation failed, 1 expect did not hold\n");
+  EXPECT_EQ(FinishRun(session_, 0, false, summary), 0);
+}
+
+TEST_F(RunnerTest, ARangeIsCheckedWholeBeforeAnyOfItRuns) {
+  EXPECT_EQ(Run(kPrelude + "vlan 11-12\naddMember vlan10-12 eth1/1 tagged\n"
+                           "delMember vlan11-12 eth1/1\nvlan 12-14\nvlan 15\n"),
+            1);
+  EXPECT_EQ(err_.str(), "test.scn:6: VLAN 12 already exists on the chip\n");
+  EXPECT_EQ(sim::chip().Vlans(), (std::vector<bcm_vlan_t>{10, 11, 12}));
+  EXPECT_EQ(sim::chip().Vlan(10).members.size(), 1u);
+  EXPECT_TRUE(sim::chip().Vlan(11).members.empty());
+}
+
+TEST_F(RunnerTest, ShowFiltersRowsAndGivesJsonByColumn) {
+  Run(kChecked + "vlan 20\nshow vlans 20 --json\nshow port-vlans eth1/2 --json\n");
+
+  const std::string out = out_.str();
+  const size_t vlans = out.find('{', out.find("> show vlans 20 --json"));
+  const size_t portVlans = out.find("> show port-vlans");
+  const nlohmann::json vlanRows = nlohmann::json::parse(out.substr(vlans, portVlans - vlans));
+  ASSERT_EQ(vlanRows.at("vlans").size(), 1u);
+  EXPECT_EQ(vlanRows["vlans"][0].at("vlan"), 20);
+  EXPECT_EQ(vlanRows["vlans"][0].at("untagged"), nlohmann::json::array());
+  const nlohmann::json portRows = nlohmann::json::parse(out.substr(out.find('{', portVlans)));
+  EXPECT_EQ(portRows, nlohmann::json::parse(R"({"port-vlans": [{"port": "eth1/2", "vlan": 10,
+                                                "tagging": "tagged", "native": false}]})"));
+}
+
+TEST_F(RunnerTest, AShowFilterMustNameADeclaredInterfaceOrVlans) {
+  EXPECT_EQ(Run(kPrelude + "show vlans 20-10\nshow ports eth1/7\n", true), 1);
+  EXPECT_EQ(err_.str(),
+            "vlan range runs backwards: 20-10\n"
+            "unknown interface eth1/7: declare it with 'port'\n");
+}
+
+TEST_F(RunnerTest, LagEventsTellWhatChangedOnTheChipPerPort) {
+  Run(kPrelude + "lag lag1 1\naddMember vlan10 lag1 tagged\nSetPrio4Untagged lag1 3\n" +
+      "addMember vlan10 eth1/1 untagged\nmemberAdded lag1 eth1/1\n");
+
+  EXPECT_NE(out_.str().find("> memberAdded lag1 eth1/1\n"
+                            "  changed eth1/1: left vlan10; joined vlan10 tagged; native 1->4095; "
+                            "prio 0->3; class 1->126\n"),
+            std::string::npos)
+      << out_.str();
+}
+
+TEST_F(RunnerTest, SourceRunsAFileThatStopsAtItsMistakeWhileTheShellGoesOn) {
+  const std::string file = ::testing::TempDir() + "sourced.scn";
+  std::ofstream(file) << "vlan 20\nvlan twenty\nvlan 30\n";
+
+  EXPECT_EQ(Run(kPrelude + "source " + file + "\nsource /nonexistent\nvlan 40\n", true), 1);
+  EXPECT_EQ(err_.str(), file + ":2: bad number for vlan: 'twenty'\n" +
+                            "cannot read /nonexistent: No such file or directory\n");
+  EXPECT_EQ(sim::chip().Vlans(), (std::vector<bcm_vlan_t>{10, 20, 40}));
+}
+
+TEST_F(RunnerTest, HelpExplainsACommandAndWrapsTheListToTheWidth) {
+  Run("help addmember\nhelp\n", true);
+
+  EXPECT_EQ(out_.str().rfind("usage: addMember <bridgeDomain> <intf> <tagged> [attributes]\n", 0),
+            0u);
+  EXPECT_NE(out_.str().find("example: addMember vlan10-20 eth1/1 tagged\n"), std::string::npos);
+  std::istringstream lines(out_.str());
+  for (std::string line; std::getline(lines, line);)
+    EXPECT_LE(line.size(), 80u) << line;
+}
+
+TEST_F(RunnerTest, TabCompletesByPositionWithoutRegardToCase) {
+  Run(kPrelude + "lag lag3 3\n");
+  using Words = std::vector<std::string>;
+  const struct {
+    const char* typed;
+    Words completions;
+  } cases[] = {
+      {"addm", {"addMember"}},
+      {"show p", {"port-vlans", "ports"}},
+      {"SetTpid ", {"eth1/1", "lag3"}},
+      {"memberAdded lag3 ", {"eth1/1"}},
+      {"addMember v", {"vlan10"}},
+      {"addMember vlan10 eth1/1 ", {"tagged", "untagged"}},
+      {"fail bcm_port_dt", {"bcm_port_dtag_mode_set"}},
+      {"AddVlanMappingRule eth1/1 in", {"ingress"}},
+      {"AddVlanMappingRule eth1/1 ingress match outer 10 re", {"replace", "replace-replace"}},
+      {"help getM", {"getMembers"}},
+      {"frobnicate ", {}},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(Completions(session_, c.typed), c.completions) << c.typed;
+}
+
+// The shell on a real terminal: tmux gives it a pseudo-terminal and types into it.
+class ShellTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+#ifndef HALBD_HAVE_LIBEDIT
+    GTEST_SKIP() << "built without libedit: the shell has no line editing to test";
+#endif
+    if (Shell("tmux -V >/dev/null 2>&1") != 0)
+      GTEST_SKIP() << "tmux is not installed: the terminal test of the shell is skipped";
+    socket_ = "halbd-shell-" + std::to_string(getpid());
+    const std::string history = ::testing::TempDir() + socket_ + ".history";
+    Tmux("new-session -d -s shell -x 120 -y 40 'HALBD_HISTORY=" + history + " " + HALBD_SIM_BINARY +
+         "; sleep 10'");
+  }
+  void TearDown() override {
+    Tmux("kill-server");
+  }
+
+  // The test is the only thread of its process.
+  static int Shell(const std::string& command) {
+    return std::system(command.c_str());  // NOLINT(concurrency-mt-unsafe)
+  }
+  int Tmux(const std::string& arguments) {
+    return Shell("tmux -L " + socket_ + " " + arguments + " >/dev/null 2>&1");
+  }
+  void Keys(const std::string& keys) {
+    Tmux("send-keys -t shell " + keys);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  }
+  std::string Screen() {
+    const std::string file = ::testing::TempDir() + socket_ + ".screen";
+    Shell("tmux -L " + socket_ + " capture-pane -t shell -p > " + file);
+    std::ifstream in(file);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  bool ShellRuns() {
+    return Shell("pgrep -f '^" + std::string(HALBD_SIM_BINARY) + "$' >/dev/null") == 0;
+  }
+
+  std::string socket_;
+};
+
+TEST_F(ShellTest, CompletesRecallsAbandonsAndEnds) {
+  Keys("'port eth1/1 local 1' Enter");
+  Keys("addM Tab");
+  // The screen is read without trailing blanks.
+  EXPECT_NE(Screen().find("halbd-sim> addMember\n"), std::string::npos) << Screen();
+  Keys("C-c");
+  EXPECT_NE(Screen().find("halbd-sim> addMember ^C\nhalbd-sim>\n"), std::string::npos) << Screen();
+  EXPECT_TRUE(ShellRuns());
+  Keys("Up");
+  EXPECT_NE(Screen().find("halbd-sim> port eth1/1 local 1\n"
+                          "  gport 0x4000001\n"
+                          "halbd-sim> addMember ^C\n"
+                          "halbd-sim> port eth1/1 local 1\n"),
+            std::string::npos)
+      << Screen();
+  Keys("C-u C-d");
+  EXPECT_FALSE(ShellRuns());
 }
 
 }  // namespace

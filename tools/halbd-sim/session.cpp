@@ -1,7 +1,9 @@
 #include "session.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
+#include "hal_bcm_common.h"
 #include "line_reader.h"
 #include "sim/sim_platform.h"
 
@@ -83,6 +85,12 @@ limid_t Session::Resolve(const std::string& text, const std::string& argName,
   return id;
 }
 
+std::set<limid_t> Session::LagMembers(limid_t lag) const {
+  if (!sim::common().HasLag(lag))
+    return {};
+  return HalBcmCommon::GetInstance()->GetLagMembers(lag);
+}
+
 std::string Session::NameOfChipPort(int port) const {
   for (const auto& [id, interface] : declared_) {
     if (interface.gport && ChipPortOfGport(*interface.gport) == port)
@@ -162,9 +170,43 @@ void Session::RunOperation(const std::function<Outcome()>& operation) {
   } catch (const std::exception& e) {
     outcome = {std::string("exception: ") + e.what()};
   }
-  PrintEffects(logStart, traceStart, assertStart);
+  if (!quiet_)
+    PrintEffects(logStart, traceStart, assertStart);
   for (const std::string& line : outcome)
     Print(line);
+  lastResult_ = ResultCodeOf(outcome);
+  lastFailureCounted_ = lastResult_ && *lastResult_ < 0;
+  if (lastFailureCounted_)
+    ++unexpectedFailures_;
+}
+
+void Session::FailureExpected() {
+  if (lastFailureCounted_)
+    --unexpectedFailures_;
+  lastFailureCounted_ = false;
+}
+
+std::optional<int> ResultCodeOf(const Session::Outcome& outcome) {
+  static const std::string kResult = "result: ";
+  static const std::string kAnswer = "answer ";
+  std::optional<int> code;
+  for (const std::string& line : outcome) {
+    if (line.compare(0, kResult.size(), kResult) == 0) {
+      const std::string word =
+          line.substr(kResult.size(), line.find(' ', kResult.size()) - kResult.size());
+      char* end = nullptr;
+      const long value = std::strtol(word.c_str(), &end, 10);
+      // "result: 0x8100" is a value, not a code.
+      if (word.empty() || *end != '\0')
+        return std::nullopt;
+      return static_cast<int>(value);
+    }
+    if (line.compare(0, kAnswer.size(), kAnswer) == 0) {
+      const bool handled = line.size() >= 4 && line.compare(line.size() - 4, 4, "true") == 0;
+      code = (code.value_or(0) < 0 || !handled) ? -1 : 0;
+    }
+  }
+  return code;
 }
 
 void Session::PrintEffects(size_t logStart, size_t traceStart, size_t assertStart) {

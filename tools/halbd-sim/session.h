@@ -10,13 +10,16 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "hal_bridge_domain_itf.h"
 #include "hal_bridge_port_itf.h"
+#include "library_book.h"
 #include "limid.h"
+#include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 
 namespace halbdsim {
@@ -47,6 +50,11 @@ class Session {
   HalBridgePortItf& BridgePort() { return *bridgePort_; }
   HalBridgeDomainItf& BridgeDomain() { return *bridgeDomain_; }
   sim::LagOrchestratorSim& LagOrchestrator() { return *lagOrchestrator_; }
+  // What the bridge-port service keeps, as the operations run so far tell.
+  LibraryBook& Book() { return book_; }
+  const LibraryBook& Book() const { return book_; }
+  // The current members of a LAG in the common tables; none for a deleted one.
+  std::set<limid_t> LagMembers(limid_t lag) const;
 
   // ---- names ----
   // The identifier a name stands for. It must be of one of the kinds, and a port or LAG must have
@@ -80,6 +88,33 @@ class Session {
   void RequestQuit() { quit_ = true; }
   bool QuitRequested() const { return quit_; }
 
+  // The last frame walk shown, for expect.
+  void RememberWalk(const sim::FrameWalk& walk) { lastWalk_ = walk; }
+  const std::optional<sim::FrameWalk>& LastWalk() const { return lastWalk_; }
+
+  // ---- how output is given ----
+  // Quiet: results and tables only, without the effects (client notes, log lines, SDK calls).
+  void SetQuiet(bool on) { quiet_ = on; }
+  bool Quiet() const { return quiet_; }
+  // Tables as JSON documents instead of aligned text.
+  void SetJson(bool on) { json_ = on; }
+  bool Json() const { return json_; }
+  // Columns that help wraps to: the terminal's, 80 without one.
+  void SetTerminalWidth(size_t columns) { terminalWidth_ = columns; }
+  size_t TerminalWidth() const { return terminalWidth_; }
+
+  // ---- outcomes, for expect and --strict ----
+  // The result code of the last operation: its "result: N", or -1 when a LAG event handler
+  // answered false (0 when all answered true). Empty before any, and after an operation whose
+  // outcome is a value rather than a code (GetTpid).
+  std::optional<int> LastResult() const { return lastResult_; }
+  // Operations that failed and were not followed by an expect of that failure.
+  int UnexpectedFailures() const { return unexpectedFailures_; }
+  int FailedExpects() const { return failedExpects_; }
+  // An expect of the last result held: a failure it names was meant, and is not counted.
+  void FailureExpected();
+  void ExpectFailed() { ++failedExpects_; }
+
  private:
   struct ClientState {
     bool refuseAdd = false;
@@ -101,12 +136,24 @@ class Session {
   HalBridgeDomainItf* bridgeDomain_ = nullptr;
   HalBridgePortItf* bridgePort_ = nullptr;
   std::map<limid_t, DeclaredInterface> declared_;
+  LibraryBook book_;
+  std::optional<sim::FrameWalk> lastWalk_;
   std::map<ClientKey, std::shared_ptr<ClientState>> clients_;
   std::vector<Note> notes_;
   bool traceEcho_ = false;
   size_t traceShown_ = 0;
   bool quit_ = false;
+  bool quiet_ = false;
+  bool json_ = false;
+  size_t terminalWidth_ = 80;
+  std::optional<int> lastResult_;
+  bool lastFailureCounted_ = false;
+  int unexpectedFailures_ = 0;
+  int failedExpects_ = 0;
 };
+
+// The result code an outcome carries (see Session::LastResult).
+std::optional<int> ResultCodeOf(const Session::Outcome& outcome);
 
 }  // namespace halbdsim
 

@@ -1,9 +1,15 @@
 // The show commands: the simulated chip's state, the LAGs and the shared VLAN member table as
 // aligned tables, and the SDK call trace.
+#include <cctype>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <map>
 
 #include "commands.h"
 #include "hal_bcm_common.h"
+#include "line_reader.h"
 #include "sim/sim_platform.h"
 #include "table.h"
 
@@ -117,9 +123,31 @@ std::string LagOf(const Session& session, limid_t port) {
   return "-";
 }
 
+// The frames a port takes in, by the chip's discard mode.
+std::string Admits(int discardMode) {
+  return Named(discardMode, {"all", "none", "tagged-only", "untagged-only"});
+}
+
+std::string QinQ(int dtagMode) {
+  return Named(dtagMode, {"off", "internal", "on"});
+}
+
 Table PortTable(const Session& session) {
-  Table table({"port", "gport", "lag", "tpid", "inner-tpid", "native", "prio", "dtag", "discard",
-               "class", "keys"});
+  Table table({"port",
+               {"gport", ColumnKind::Number},
+               "lag",
+               "admits",
+               "qinq",
+               {"blocked", ColumnKind::Flag},
+               "frame-type",
+               {"tpid", ColumnKind::Number},
+               {"inner-tpid", ColumnKind::Number},
+               {"native", ColumnKind::Number},
+               {"prio", ColumnKind::Number},
+               "dtag",
+               "discard",
+               {"class", ColumnKind::Number},
+               "keys"});
   for (const auto& [id, declared] : session.Declared()) {
     if (!declared.gport)
       continue;
@@ -127,11 +155,39 @@ Table PortTable(const Session& session) {
     if (IsLag(id) || !chipPort)
       continue;
     const sim::PortState& state = sim::chip().Port(*chipPort);
+    const KeptAttributes kept = session.Book().Of(id);
     table.AddRow({sim::NameOf(id), Hex(static_cast<unsigned>(*declared.gport)), LagOf(session, id),
+                  Admits(state.discardMode), QinQ(state.dtagMode), kept.blocked ? "yes" : "-",
+                  FrameTypeName(kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES)),
                   Tpid(state.outerTpid), Tpid(state.innerTpid), std::to_string(state.untaggedVlan),
                   std::to_string(state.untaggedPriority), DtagMode(state.dtagMode),
                   Discard(state.discardMode), std::to_string(state.egressClass),
                   LookupKeys(state.keyFirst, state.keySecond)});
+  }
+  return table;
+}
+
+// Per port, its chip VLANs and whether it sends them untagged, and which is its native VLAN.
+Table PortVlanTable(const Session& session) {
+  Table table({"port", {"vlan", ColumnKind::Number}, "tagging", {"native", ColumnKind::Flag}});
+  for (const auto& [id, declared] : session.Declared()) {
+    const std::optional<int> chipPort =
+        declared.gport ? ChipPortOfGport(*declared.gport) : std::nullopt;
+    if (IsLag(id) || !chipPort)
+      continue;
+    const unsigned native = sim::chip().Port(*chipPort).untaggedVlan;
+    bool any = false;
+    for (bcm_vlan_t vlan : sim::chip().Vlans()) {
+      const auto& members = sim::chip().Vlan(vlan).members;
+      const auto member = members.find(*chipPort);
+      if (member == members.end())
+        continue;
+      table.AddRow({sim::NameOf(id), std::to_string(vlan), member->second ? "untagged" : "tagged",
+                    vlan == native ? "yes" : "-"});
+      any = true;
+    }
+    if (!any)
+      table.AddRow({sim::NameOf(id), "-", "-", "-"});
   }
   return table;
 }
@@ -149,8 +205,13 @@ std::string DhcpAction(uint32_t action) {
 }
 
 Table VlanTable(const Session& session) {
-  Table table(
-      {"vlan", "untagged", "tagged", "broadcast-group", "group-members", "dhcp", "igmp-snooping"});
+  Table table({{"vlan", ColumnKind::Number},
+               {"untagged", ColumnKind::List},
+               {"tagged", ColumnKind::List},
+               {"broadcast-group", ColumnKind::Number},
+               {"group-members", ColumnKind::List},
+               {"dhcp", ColumnKind::List},
+               "igmp-snooping"});
   for (bcm_vlan_t vlan : sim::chip().Vlans()) {
     const sim::VlanState& state = sim::chip().Vlan(vlan);
     std::vector<std::string> untagged;
@@ -176,7 +237,8 @@ Table VlanTable(const Session& session) {
 }
 
 Table IngressTable(const Session& session) {
-  Table table({"port", "key", "outer", "inner", "action"});
+  Table table(
+      {"port", "key", {"outer", ColumnKind::Number}, {"inner", ColumnKind::Number}, "action"});
   for (const auto& [key, action] : sim::chip().IngressTable()) {
     table.AddRow(
         {key.trunk ? session.NameOfTrunk(key.portOrTrunk) : session.NameOfChipPort(key.portOrTrunk),
@@ -187,7 +249,11 @@ Table IngressTable(const Session& session) {
 }
 
 Table EgressTable(const Session& session) {
-  Table table({"class", "ports", "outer", "inner", "action"});
+  Table table({{"class", ColumnKind::Number},
+               {"ports", ColumnKind::List},
+               {"outer", ColumnKind::Number},
+               {"inner", ColumnKind::Number},
+               "action"});
   for (const auto& [key, action] : sim::chip().EgressTable()) {
     std::vector<std::string> ports;
     for (const auto& [id, declared] : session.Declared()) {
@@ -204,26 +270,48 @@ Table EgressTable(const Session& session) {
   return table;
 }
 
+std::string Rules(const std::vector<std::string>& rules) {
+  std::string text;
+  for (const std::string& rule : rules)
+    text += (text.empty() ? "" : "; ") + rule;
+  return text.empty() ? "-" : text;
+}
+
+// Each LAG's members and what the library keeps for it and gives a port that joins it.
 Table LagTable(const Session& session) {
-  Table table({"lag", "trunk", "gport", "members"});
+  Table table({"lag",
+               {"trunk", ColumnKind::Number},
+               {"gport", ColumnKind::Number},
+               {"members", ColumnKind::List},
+               {"native", ColumnKind::Number},
+               {"prio", ColumnKind::Number},
+               {"tpid", ColumnKind::Number},
+               "qinq",
+               "frame-type",
+               {"ingress-rules", ColumnKind::RuleList},
+               {"egress-rules", ColumnKind::RuleList}});
   for (const auto& [id, declared] : session.Declared()) {
     if (!IsLag(id))
       continue;
     std::vector<std::string> members;
-    if (sim::common().HasLag(id)) {
-      for (const limid_t& member : HalBcmCommon::GetInstance()->GetLagMembers(id)) {
-        members.push_back(sim::NameOf(member));
-      }
-    }
+    for (const limid_t& member : session.LagMembers(id))
+      members.push_back(sim::NameOf(member));
+    const KeptAttributes kept = session.Book().Of(id);
     table.AddRow({sim::NameOf(id), std::to_string(declared.trunkId),
                   Hex(static_cast<unsigned>(*declared.gport)),
-                  sim::common().HasLag(id) ? Join(members) : "(deleted)"});
+                  sim::common().HasLag(id) ? Join(members) : "(deleted)",
+                  std::to_string(kept.nativeVlan.value_or(4095)),
+                  std::to_string(kept.priority.value_or(0)), Tpid(kept.tpid.value_or(0x8100)),
+                  kept.qinq ? "on" : "off",
+                  FrameTypeName(kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES)),
+                  Rules(kept.ingressRules), Rules(kept.egressRules)});
   }
   return table;
 }
 
 Table MemberTable() {
-  Table table({"vlan", "untagged", "tagged"});
+  Table table(
+      {{"vlan", ColumnKind::Number}, {"untagged", ColumnKind::List}, {"tagged", ColumnKind::List}});
   for (const auto& [vlan, members] : sim::common().VlanMembers()) {
     std::vector<std::string> untagged;
     std::vector<std::string> tagged;
@@ -235,38 +323,159 @@ Table MemberTable() {
   return table;
 }
 
-void PrintLines(Session& session, const std::vector<std::string>& lines) {
-  for (const std::string& line : lines)
+Table TraceTable(Session& session) {
+  Table table({"call"});
+  for (const std::string& call : session.TakeTrace())
+    table.AddRow({call});
+  return table;
+}
+
+// What a show table may be narrowed to: rows of one interface, or of a range of VLANs or
+// classes, by the table's key.
+enum class KeyKind { Interface, Vlan, ClassOrPort, Function };
+
+struct Filter {
+  std::string name;                               // an interface or function name
+  std::pair<long long, long long> range{-1, -1};  // VLANs or classes
+};
+
+Filter ParseFilter(const Session& session, const std::string& text, KeyKind kind) {
+  Filter filter;
+  const bool numeric = !text.empty() && std::isdigit(static_cast<unsigned char>(text[0]));
+  if (kind == KeyKind::Vlan) {
+    filter.range = ParseRange(text.rfind("vlan", 0) == 0 ? text.substr(4) : text, 0, 4095, "vlan");
+  } else if (kind == KeyKind::ClassOrPort && numeric) {
+    filter.range = ParseRange(text, 0, UINT32_MAX, "class");
+  } else if (kind == KeyKind::Function) {
+    filter.name = text;
+  } else {
+    session.Resolve(text, "filter", kPort | kLag);
+    filter.name = text;
+  }
+  return filter;
+}
+
+bool Matches(const Table& table, const std::vector<std::string>& row, const Filter& filter) {
+  if (filter.range.first >= 0) {
+    char* end = nullptr;
+    const long long key = std::strtoll(row[0].c_str(), &end, 10);
+    return !row[0].empty() && *end == '\0' && key >= filter.range.first &&
+           key <= filter.range.second;
+  }
+  if (row[0] == filter.name || row[0].rfind(filter.name + "(", 0) == 0)
+    return true;
+  const int ports = table.ColumnIndex("ports");
+  return ports >= 0 && (" " + row[ports] + " ").find(" " + filter.name + " ") != std::string::npos;
+}
+
+struct ShowTableKind {
+  const char* name;
+  const char* summary;
+  KeyKind key;
+  Table (*build)(Session&);
+};
+
+template <Table (*Build)(const Session&)>
+Table Built(Session& session) {
+  return Build(session);
+}
+
+Table BuiltMembers(Session&) {
+  return MemberTable();
+}
+
+const std::vector<ShowTableKind>& ShowTableKinds() {
+  static const std::vector<ShowTableKind> kinds = {
+      {"ports",
+       "per declared port: what it admits, Q-in-Q, blocked, frame type once unblocked; the chip's "
+       "TPIDs, native VLAN, priority, modes, class, keys",
+       KeyKind::Interface, Built<PortTable>},
+      {"port-vlans", "per declared port: its chip VLANs, tagged or untagged, and its native VLAN",
+       KeyKind::Interface, Built<PortVlanTable>},
+      {"vlans", "per chip VLAN: members, broadcast group, DHCP action, IGMP snooping",
+       KeyKind::Vlan, Built<VlanTable>},
+      {"ingress", "the ingress VLAN translation table", KeyKind::Interface, Built<IngressTable>},
+      {"egress", "the egress VLAN translation table, keyed by port class", KeyKind::ClassOrPort,
+       Built<EgressTable>},
+      {"lags", "the declared LAGs, their members and what the library keeps for joining ports",
+       KeyKind::Interface, Built<LagTable>},
+      {"member-table", "the shared VLAN member table that other HAL modules read", KeyKind::Vlan,
+       BuiltMembers},
+      {"trace", "the SDK calls since the last show trace", KeyKind::Function, TraceTable},
+  };
+  return kinds;
+}
+
+void PrintTable(Session& session, const Table& table, const ShowTableKind& kind, bool json) {
+  if (json) {
+    session.Out() << table.Json(kind.name) << '\n';
+    return;
+  }
+  // The trace reads as the calls themselves, without a header.
+  if (kind.key == KeyKind::Function) {
+    for (const auto& row : table.Rows())
+      session.Print(row[0]);
+    return;
+  }
+  for (const std::string& line : table.Lines())
     session.Print(line);
 }
 
-Command Show(const std::string& what, const std::string& summary, Table (*build)(const Session&)) {
-  return {"show " + what, "", summary, [build](const Session&, Arguments& args) -> Action {
+Command Show(const ShowTableKind& kind) {
+  return {std::string("show ") + kind.name, "[filter] [--json]", kind.summary,
+          [&kind](const Session& session, Arguments& args) -> Action {
+            const bool json = args.TakeKeyword({"--json"}).has_value();
+            std::optional<Filter> filter;
+            if (!args.Empty() && args.Peek() != "--json")
+              filter = ParseFilter(session, args.Take("filter"), kind.key);
+            const bool jsonAfter = args.TakeKeyword({"--json"}).has_value();
             args.ExpectEnd();
-            return [build](Session& s) { PrintLines(s, build(s).Lines()); };
+            return [&kind, filter, json = json || jsonAfter](Session& s) {
+              Table table = kind.build(s);
+              if (filter)
+                table.KeepRows([&](const auto& row) { return Matches(table, row, *filter); });
+              PrintTable(s, table, kind, json || s.Json());
+            };
           }};
 }
 
 }  // namespace
 
 std::vector<Command> ShowCommands() {
-  return {
-      Show("ports",
-           "per declared port of the chip: TPIDs, native VLAN, priority, modes, class, keys",
-           PortTable),
-      Show("vlans", "per chip VLAN: members, broadcast group, DHCP action, IGMP snooping",
-           VlanTable),
-      Show("ingress", "the ingress VLAN translation table", IngressTable),
-      Show("egress", "the egress VLAN translation table, keyed by port class", EgressTable),
-      Show("lags", "the declared LAGs and their member lists", LagTable),
-      Show("member-table", "the shared VLAN member table that other HAL modules read",
-           [](const Session&) { return MemberTable(); }),
-      {"show trace", "", "the SDK calls since the last show trace",
-       [](const Session&, Arguments& args) -> Action {
-         args.ExpectEnd();
-         return [](Session& s) { PrintLines(s, s.TakeTrace()); };
-       }},
+  std::vector<Command> commands;
+  for (const ShowTableKind& kind : ShowTableKinds())
+    commands.push_back(Show(kind));
+  return commands;
+}
+
+std::optional<Table> ShowTable(const Session& session, const std::string& name) {
+  static const std::map<std::string, Table (*)(const Session&)> kBuilders = {
+      {"ports", PortTable},
+      {"port-vlans", PortVlanTable},
+      {"vlans", VlanTable},
+      {"ingress", IngressTable},
+      {"egress", EgressTable},
+      {"lags", LagTable},
+      {"member-table", [](const Session&) { return MemberTable(); }},
   };
+  const auto builder = kBuilders.find(name);
+  if (builder == kBuilders.end())
+    return std::nullopt;
+  return builder->second(session);
+}
+
+std::string ShowLegend(const std::string& commandName) {
+  if (commandName != "show ports")
+    return "";
+  return "legend:\n"
+         "  admits: frames the port takes in: all, tagged-only, untagged-only, none\n"
+         "  qinq: on when the port adds an outer tag (chip dtag external)\n"
+         "  dtag: the chip's double-tag mode: none, internal, external (Q-in-Q)\n"
+         "  discard: what the chip drops on ingress: none, all, untag (untagged frames), tag\n"
+         "    (tagged frames)\n"
+         "  class: the egress class keying egress translation (a LAG's members share one)\n"
+         "  keys: the two ingress translation lookups: double (outer and inner VLAN), outer,\n"
+         "    inner\n";
 }
 
 }  // namespace halbdsim

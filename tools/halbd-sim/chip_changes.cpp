@@ -1,0 +1,109 @@
+#include "chip_changes.h"
+
+#include "commands.h"
+
+namespace halbdsim {
+
+namespace {
+
+void Field(std::vector<std::string>& changes, const char* name, long long before, long long after,
+           bool hex = false) {
+  if (before == after)
+    return;
+  auto text = [hex](long long value) {
+    return hex ? Hex(static_cast<unsigned>(value)) : std::to_string(value);
+  };
+  changes.push_back(std::string(name) + " " + text(before) + "->" + text(after));
+}
+
+void Named(std::vector<std::string>& changes, const char* name, int before, int after,
+           const std::vector<const char*>& names) {
+  auto text = [&names](int value) {
+    return value >= 0 && static_cast<size_t>(value) < names.size() ? std::string(names[value])
+                                                                   : std::to_string(value);
+  };
+  if (before != after)
+    changes.push_back(std::string(name) + " " + text(before) + "->" + text(after));
+}
+
+// VLANs in one map and not, or not alike, in the other.
+std::string VlanList(const std::map<unsigned, bool>& from, const std::map<unsigned, bool>& other,
+                     bool withTagging) {
+  std::string list;
+  for (const auto& [vlan, untagged] : from) {
+    const auto there = other.find(vlan);
+    if (there != other.end() && there->second == untagged)
+      continue;
+    list += (list.empty() ? "" : ", ") + ("vlan" + std::to_string(vlan)) +
+            (withTagging ? (untagged ? " untagged" : " tagged") : "");
+  }
+  return list;
+}
+
+std::vector<std::string> PortChanges(const PortSnapshot& a, const PortSnapshot& b) {
+  std::vector<std::string> changes;
+  const std::string left = VlanList(a.vlans, b.vlans, false);
+  const std::string joined = VlanList(b.vlans, a.vlans, true);
+  if (!left.empty())
+    changes.push_back("left " + left);
+  if (!joined.empty())
+    changes.push_back("joined " + joined);
+  Field(changes, "native", a.state.untaggedVlan, b.state.untaggedVlan);
+  Field(changes, "prio", a.state.untaggedPriority, b.state.untaggedPriority);
+  Field(changes, "tpid", a.state.outerTpid, b.state.outerTpid, true);
+  Named(changes, "dtag", a.state.dtagMode, b.state.dtagMode, {"none", "internal", "external"});
+  Named(changes, "discard", a.state.discardMode, b.state.discardMode,
+        {"none", "all", "untag", "tag"});
+  Field(changes, "class", a.state.egressClass, b.state.egressClass);
+  Field(changes, "ingress-rules", static_cast<long long>(a.ingressEntries),
+        static_cast<long long>(b.ingressEntries));
+  if (a.state.keyFirst != b.state.keyFirst || a.state.keySecond != b.state.keySecond)
+    changes.push_back("lookup keys rewritten");
+  return changes;
+}
+
+}  // namespace
+
+std::map<std::string, PortSnapshot> SnapshotPorts(const Session& session) {
+  std::map<std::string, PortSnapshot> ports;
+  for (const auto& [id, declared] : session.Declared()) {
+    const std::optional<int> chipPort =
+        declared.gport ? ChipPortOfGport(*declared.gport) : std::nullopt;
+    if (static_cast<sim::IdKind>(id.bytes[0]) != sim::IdKind::Ethernet || !chipPort)
+      continue;
+    PortSnapshot& snapshot = ports[sim::NameOf(id)];
+    snapshot.state = sim::chip().Port(*chipPort);
+    for (bcm_vlan_t vlan : sim::chip().Vlans()) {
+      const auto member = sim::chip().Vlan(vlan).members.find(*chipPort);
+      if (member != sim::chip().Vlan(vlan).members.end())
+        snapshot.vlans[vlan] = member->second;
+    }
+    for (const auto& entry : sim::chip().IngressTable()) {
+      if (!entry.first.trunk && entry.first.portOrTrunk == *chipPort)
+        ++snapshot.ingressEntries;
+    }
+  }
+  return ports;
+}
+
+std::vector<std::string> DescribeChanges(const std::map<std::string, PortSnapshot>& before,
+                                         const std::map<std::string, PortSnapshot>& after) {
+  std::vector<std::string> lines;
+  for (const auto& [name, now] : after) {
+    const auto was = before.find(name);
+    if (was == before.end())
+      continue;
+    const std::vector<std::string> changes = PortChanges(was->second, now);
+    if (changes.empty())
+      continue;
+    std::string line = "changed " + name + ":";
+    for (size_t i = 0; i < changes.size(); ++i) {
+      line += i == 0 ? " " : "; ";
+      line += changes[i];
+    }
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+}  // namespace halbdsim

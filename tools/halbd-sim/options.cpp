@@ -1,0 +1,83 @@
+#include "options.h"
+
+#include <getopt.h>
+
+namespace halbdsim {
+
+const char* const kUsage =
+    "usage: halbd-sim [OPTIONS] [SCENARIO | -]\n"
+    "       halbd-sim help [COMMAND]\n"
+    "Runs a scenario file, or standard input. On a terminal, or with -i, it is an\n"
+    "interactive shell: line editing, history, Tab completion; a mistake is reported,\n"
+    "not fatal.\n"
+    "  -s, --strict   exit status 1 when an operation failed or an expect did not hold\n"
+    "  -j, --json     show tables as JSON documents, one per command\n"
+    "  -q, --quiet    results and tables only: no echo of commands, no log lines\n"
+    "  -i             interactive even when standard input is not a terminal\n"
+    "  -h, --help     this text\n"
+    "  -V, --version  the version\n";
+
+namespace {
+
+const option kLongOptions[] = {
+    {"strict", no_argument, nullptr, 's'},  {"json", no_argument, nullptr, 'j'},
+    {"quiet", no_argument, nullptr, 'q'},   {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0},
+};
+
+// The option getopt_long refused, as the user typed it: a long option whole (without a value),
+// a short one as the letter that is unknown within its word.
+std::string RefusedOption(char** argv) {
+  const std::string word = argv[optind - 1];
+  if (word.compare(0, 2, "--") == 0)
+    return word.substr(0, word.find('='));
+  return std::string("-") + static_cast<char>(optopt);
+}
+
+}  // namespace
+
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
+  optind = 0;  // a fresh scan, also when called more than once in a process
+  opterr = 0;  // the messages are ours
+  // The command line is read once, before the session starts: no other thread exists yet.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
+  for (int option; (option = getopt_long(argc, argv, "+sjqihV", kLongOptions, nullptr)) != -1;) {
+    switch (option) {
+      case 's':
+        options.strict = true;
+        break;
+      case 'j':
+        options.json = true;
+        break;
+      case 'q':
+        options.quiet = true;
+        break;
+      case 'i':
+        options.interactive = true;
+        break;
+      case 'h':
+        options.help = true;
+        break;
+      case 'V':
+        options.version = true;
+        break;
+      default:
+        error = "unknown option '" + RefusedOption(argv) + "'";
+        return false;
+    }
+  }
+  if (optind < argc)
+    options.path = argv[optind++];
+  if (options.path == "help") {
+    options.help = true;
+    if (optind < argc)
+      options.helpCommand = argv[optind++];
+  }
+  if (optind < argc) {
+    error = "unexpected argument '" + std::string(argv[optind]) + "'";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace halbdsim

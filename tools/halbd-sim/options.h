@@ -1,0 +1,29 @@
+// The command line of halbd-sim.
+#ifndef HALBD_SIM_OPTIONS_H
+#define HALBD_SIM_OPTIONS_H
+
+#include <string>
+
+namespace halbdsim {
+
+struct Options {
+  bool help = false;        // --help, or "help [COMMAND]" in place of the scenario
+  std::string helpCommand;  // the COMMAND of "help COMMAND"
+  bool version = false;
+  bool strict = false;       // non-zero exit when an operation failed or an expect did not hold
+  bool json = false;         // show tables as JSON documents
+  bool quiet = false;        // results and tables only: no echo, no effects
+  bool interactive = false;  // -i: a shell even when standard input is not a terminal
+  std::string path = "-";    // the scenario; "-" for standard input
+};
+
+// Reads the options with getopt_long. False with a message such as "unknown option '-x'" for a
+// mistake; the caller exits with status 2 after it.
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error);
+
+// What --help prints.
+extern const char* const kUsage;
+
+}  // namespace halbdsim
+
+#endif  // HALBD_SIM_OPTIONS_H
