@@ -213,7 +213,13 @@ TEST_F(BridgePortAttributes, RangeEndsReachTheChipAndValuesBeyondAreRefused) {
             std::make_tuple(4095, 7));
 }
 
-TEST_F(BridgePortAttributes, EmptyLagTakesAnyQinQModeAndJoiningPortsGetModeOne) {
+// The mode is checked port by port, so a LAG without members has nothing to refuse it.
+TEST_F(BridgePortAttributes, UnknownQinQModeIsRefusedByAPortButTakenByAnEmptyLag) {
+  EXPECT_EQ(service->SetVlanQinQ(Eth(1), static_cast<en_HalBridgePortQinQ>(2)), -1);
+  EXPECT_THAT(Trace(), IsEmpty());
+  EXPECT_EQ(LogLines(),
+            Lines{"log(3): SetVlanQinQByPort: Error setting eth1/1 VLAN QinQ mode: bad argument."});
+  EXPECT_THAT(Books().qinqPorts(), IsEmpty());
   EXPECT_EQ(service->SetVlanQinQ(kLag, static_cast<en_HalBridgePortQinQ>(5)), 0);
   EXPECT_EQ(Joined(3).dtagMode, BCM_PORT_DTAG_MODE_EXTERNAL);
 }
@@ -259,9 +265,11 @@ TEST_F(BridgePortAttributes, DiscardModeCombinesBlockStateAndFrameTypes) {
   }
 }
 
-// A foreign client is refused first, whatever it asks for (a LAG here).
+// A foreign client is refused first, whatever it asks for (a LAG here); the name is compared
+// whole and with its case.
 TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate) {
   EXPECT_EQ(BlockPort(kLag, true, "HAL-STLP"), -1);
+  EXPECT_EQ(BlockPort(Eth(1), true, "hal-stlp "), -1);
   EXPECT_EQ(BlockPort(kLag, true, kClient), -1);
   sim::chip().FailNext("bcm_port_discard_set", 1, BCM_E_PARAM);
   EXPECT_EQ(BlockPort(Eth(1), true, kClient), -1);
@@ -273,6 +281,8 @@ TEST_F(BridgePortAttributes, FailedBlockIsReportedAndKeptForTheNextDiscardUpdate
             // NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
             (Lines{"log(3): [HAL-BP] Discard port of interface (lag1) not allowed for low-level "
                    "client (HAL-STLP)",
+                   "log(3): [HAL-BP] Discard port of interface (eth1/1) not allowed for low-level "
+                   "client (hal-stlp )",
                    "log(3): [HAL-BP] Only ethernet type port block is allowed.",
                    "log(3): [HAL-BP] Error setting eth1/1 port value: 1 - Invalid parameter.",
                    "log(3): Error blocking interface eth1/1.",

@@ -1,4 +1,4 @@
-// The library under chip faults, bad input and concurrent first use.
+// The library under chip faults and concurrent first use.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -84,54 +84,6 @@ TEST(FuzzCorpus, SeedsAndFormerCrashInputsRunClean) {
   std::printf("[ corpus   ] %zu inputs, %zu operations\n", inputs, ops);
   EXPECT_GT(inputs, 0u);
 }
-
-// Values no caller should send, as indices into the tables of universe.cpp: native VLAN 4096, PCP
-// 8, Q-in-Q mode 2, rules without an operation (5) and with operation 7 (6), stage 2, property 2,
-// a DHCP value without a known bit (3), a client name with a trailing blank (1). Each is refused
-// with its reason in the log, or applied safely where the value has a meaning; the chip changes
-// only as the row says.
-struct BadInput {
-  Op op;
-  std::vector<std::string> log;  // the start of each line, in order; a refusal logs its reason
-  std::vector<std::string> writes = {};
-};
-void PrintTo(const BadInput& input, std::ostream* os) {
-  *os << Describe(input.op);
-}
-const BadInput kBadInputs[] = {
-    {{kSetNativeVlan, P1, 4}, {"log(3): Error setting eth1/1 native VLAN id(4096): Invalid"}},
-    {{kSetPrio, P1, 3}, {"log(3): Error setting eth1/1 default priority(8): Invalid PCP"}},
-    {{kSetQinQ, P1, 2}, {"log(3): SetVlanQinQByPort: Error setting eth1/1 VLAN QinQ mode"}},
-    {{kSetNativeVlan, kUnknownLag, 0}, {"log(3): Error setting lag9 native VLAN id(10): LAG"}},
-    {{kSetPrio, kUnknownLag, 0}, {"log(3): Error setting lag9 default priority(3): LAG not"}},
-    {{kSetQinQ, kUnknownLag, 0}, {"log(3): Error setting lag9 VLAN Q-in-Q mode: LAG not"}},
-    {{kAddRule, P1, 0, 5},
-     {"log(3): GetIngressVlanXlateAction() invalid", "log(3): Install", "log(6)"}},
-    {{kAddRule, P1, 0, 6},
-     {},
-     {"bcm_vlan_translate_action_add(0, 0x4000001, 8, 106, 0, {flags=0x4}) = 0"}},
-    {{kAddRule, P1, 2, 0}, {}},
-    {{kAddRule, kUnknownPort, 0, 0}, {"log(3): InstallIngressVlanMappingRule() failed", "log(6)"}},
-    {{kAddProperty, 0, 2, 0}, {"log(3): Unsupported property 2"}},
-    {{kAddProperty, 0, 0, 3},
-     {},
-     {"bcm_vlan_control_vlan_selective_set(0, 10, 0x80000, {flags=0x0, "
-      "broadcast_group=0x0, dhcp_action=0x0}) = 0"}},
-    {{kBlock, L1, 1, 0}, {"log(3): [HAL-BP] Only ethernet type port block is allowed."}},
-    {{kBlock, P1, 1, 1}, {"log(3): [HAL-BP] Discard port of interface (eth1/1) not allowed"}},
-};
-class BadInputTest : public ::testing::TestWithParam<BadInput> {};
-TEST_P(BadInputTest, IsRefusedWithItsReasonAndChangesOnlyWhatItNames) {
-  const RunResult run = RunOps({GetParam().op});
-  std::vector<::testing::Matcher<std::string>> log;
-  for (const std::string& start : GetParam().log)
-    log.push_back(::testing::StartsWith(start));
-  EXPECT_THAT(sim::halLog().Lines(), ::testing::ElementsAreArray(log));
-  EXPECT_EQ(run.lastRefused, !GetParam().log.empty());
-  EXPECT_EQ(run.lastWrites, GetParam().writes);
-  EXPECT_THAT(run.violations, IsEmpty());
-}
-INSTANTIATE_TEST_SUITE_P(EveryOperation, BadInputTest, ::testing::ValuesIn(kBadInputs));
 
 // Several HAL modules may ask for the services at once while the process starts: meant to run
 // under ThreadSanitizer. The simulated orchestrator does not lock; this one serialises

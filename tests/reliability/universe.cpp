@@ -311,13 +311,8 @@ class Driver {
                                           sim::halLog().Records().end());
     bool hit = planned_ && planned_->callIndex >= firstCall && planned_->callIndex < trace.size();
     result_.allSucceeded &= rc == 0;
-    result_.lastRefused = rc == -1;
-    result_.lastWrites.clear();
-    for (auto call = trace.begin() + firstCall; call != trace.end(); ++call) {
+    for (auto call = trace.begin() + firstCall; call != trace.end(); ++call)
       hit |= armed_ && call->function == armed_->function;
-      if (call->rc >= 0 && call->function.find("_get") == std::string::npos)
-        result_.lastWrites.push_back(call->Text());
-    }
     const std::string what = Describe(op) + "): ";
     Expect((rc > kSkipped) == passesException, what + "an exception reached the caller, or not");
     Expect(rc != kThrewOther, what + "an exception other than std::out_of_range escaped");

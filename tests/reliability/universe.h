@@ -1,4 +1,4 @@
-// The small universe that the fault sweep, the bad-input table and the fuzzer drive (ports, LAGs,
+// The small universe that the fault sweep and the fuzzer drive (ports, LAGs,
 // VLANs and rules with valid and invalid values) and the driver that runs operations on it,
 // checking after each one what the library promises.
 #ifndef HALBD_TESTS_RELIABILITY_UNIVERSE_H
@@ -43,8 +43,6 @@ struct RunResult {
   bool allSucceeded = true;
   size_t checks = 0;
   std::vector<std::string> violations;
-  bool lastRefused = false;             // the last operation answered -1
-  std::vector<std::string> lastWrites;  // its chip writes that succeeded
 };
 
 // Runs the operations on a fresh universe, with the fault if one is planned, checking after each.
