@@ -229,7 +229,12 @@ fi
 if [ $run_reliability -eq 1 ]; then
   section "Reliability: sanitizers, concurrent first use, fuzzing"
   start=$SECONDS
-  reliability_last=$(tests/reliability/run-reliability.sh | tee /dev/stderr | tail -n 1)
+  # The copy for the summary goes to a file of its own: teeing to /dev/stderr would reopen this
+  # script's output and truncate it whenever that output is a file.
+  reliability_log=$(mktemp)
+  tests/reliability/run-reliability.sh | tee "$reliability_log"
+  reliability_last=$(tail -n 1 "$reliability_log")
+  rm -f "$reliability_log"
   if [[ $reliability_last =~ ^reliability:\ ([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
     passed=$((passed + BASH_REMATCH[1]))
     failed=$((failed + BASH_REMATCH[2]))

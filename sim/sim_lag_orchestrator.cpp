@@ -84,14 +84,23 @@ std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteMember(const l
   return answers;
 }
 
-std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteLag(const limid_t& lag) {
-  auto answers = Raise([&](Callback& c) -> std::optional<bool> {
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::RaiseLagDeleted(const limid_t& lag) {
+  return Raise([&](Callback& c) -> std::optional<bool> {
     if (!c.lagDeleted)
       return std::nullopt;
     return c.lagDeleted(lag);
   });
+}
+
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteLag(const limid_t& lag) {
+  auto answers = RaiseLagDeleted(lag);
   common().ForgetLag(lag);
   return answers;
+}
+
+std::vector<LagOrchestratorSim::Answer> LagOrchestratorSim::DeleteLagUnlisted(const limid_t& lag) {
+  common().ForgetLag(lag);
+  return RaiseLagDeleted(lag);
 }
 
 }  // namespace sim

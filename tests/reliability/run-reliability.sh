@@ -50,26 +50,28 @@ phase_asan() {
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
     UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --test-dir build-asan -j"$jobs" --output-on-failure -E '^InstalledPackage'
-  ASAN_OPTIONS=detect_leaks=1 build-asan/tests/reliability/fault_sweep_test | grep '^\[ sweep'
-  ASAN_OPTIONS=detect_leaks=1 build-asan/tests/reliability/fuzz_corpus_test | grep '^\[ corpus'
+  ASAN_OPTIONS=detect_leaks=1 build-asan/tests/reliability/reliability_test \
+    --gtest_filter='FaultSweep.*:FuzzCorpus.*' | grep -E '^\[ (sweep|corpus)'
 }
 
 phase_tsan() {
   configure build-tsan "-fsanitize=thread"
-  cmake --build build-tsan -j"$jobs" --target singleton_race_test
-  TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/reliability/singleton_race_test
+  cmake --build build-tsan -j"$jobs" --target reliability_test
+  TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/reliability/reliability_test \
+    --gtest_filter='SingletonRace.*'
 }
 
 # Only the library carries the coverage instrumentation (see tests/reliability/CMakeLists.txt).
-# The seeds are copied, so that the run's new inputs stay in the build directory; an input that
-# breaks a check is written to build-fuzz/artifacts/ and belongs in
-# tests/reliability/fuzz/regressions/ once the fault is fixed.
+# The seeds (the sweep's scenarios, and the regression inputs, which hold faults and bad values)
+# are copied, so that the run's new inputs stay in the build directory; an input that breaks a
+# check is written to build-fuzz/artifacts/ and belongs in tests/reliability/fuzz/regressions/
+# once the fault is fixed.
 phase_fuzz() {
   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DHALBD_FUZZ=ON >/dev/null
   cmake --build build-fuzz -j"$jobs" --target halbd_model_fuzzer
   mkdir -p build-fuzz/corpus build-fuzz/artifacts
-  cp tests/reliability/fuzz/corpus/* build-fuzz/corpus/
+  cp tests/reliability/fuzz/corpus/* tests/reliability/fuzz/regressions/* build-fuzz/corpus/
   local log=build-fuzz/fuzz.log
   local parallel=()
   [ "$fuzz_jobs" -gt 1 ] && parallel=(-fork="$fuzz_jobs")

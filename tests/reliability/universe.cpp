@@ -1,12 +1,13 @@
 #include "universe.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <stdexcept>
-#include <vector>
+#include <utility>
 
 #include "bridge_domain_inspector.h"
 #include "bridge_port_inspector.h"
@@ -18,238 +19,95 @@ namespace reliability {
 namespace {
 
 using vlanxlate::Operation;
-using vlanxlate::Stage;
 using vlanxlate::VlanMapping;
-using vlanxlate::VlanTag;
+using Store = std::map<limid_t, std::set<VlanMapping>>;
+using Steps = std::map<std::string, std::set<uint8_t>>;
 
 template <typename T, size_t N>
 const T& Pick(const T (&table)[N], uint8_t index) {
   return table[index % N];
 }
 
-limid_t Eth(unsigned port) {
-  return sim::EthernetPort(1, port);
-}
-
-// eth1/5 sits on another module of the stack: kept in the books, never programmed here.
-const limid_t kInterfaces[] = {Eth(1), Eth(2),      Eth(3),      Eth(4),     Eth(5),
-                               Eth(9), sim::Lag(1), sim::Lag(2), sim::Lag(9)};
+// eth1/5 is on another module of the stack, eth1/9 and lag9 are unknown, VLAN 30 has no
+// replication group and VLAN 4000 is not on the chip.
+const limid_t kInterfaces[] = {sim::EthernetPort(1, 1),
+                               sim::EthernetPort(1, 2),
+                               sim::EthernetPort(1, 3),
+                               sim::EthernetPort(1, 4),
+                               sim::EthernetPort(1, 5),
+                               sim::EthernetPort(1, 9),
+                               sim::Lag(1),
+                               sim::Lag(2),
+                               sim::Lag(9)};
 const limid_t kLags[] = {sim::Lag(1), sim::Lag(2)};
 const int kTrunkIds[] = {5, 6};
-const unsigned short kVlans[] = {10, 20, 30, 4000};
-const unsigned short kNativeVlans[] = {10, 20, 0, 4095, 4096};
-const unsigned char kPcps[] = {3, 0, 7, 8};
-const en_HalBridgePortQinQ kQinQModes[] = {HAL_BP_QINQ_ENABLE, HAL_BP_QINQ_DISABLE,
-                                           en_HalBridgePortQinQ(2)};
+const unsigned short kVlans[] = {10, 20, 30, 4000}, kNativeVlans[] = {10, 20, 0, 4095, 4096};
 const unsigned short kTpids[] = {0x88a8, 0x8100, 0x9100};
-const en_HalBridgePortAcceptableFrameTypes kFrameTypes[] = {
-    HAL_BP_ADMIT_ONLY_TAGGED, HAL_BP_ADMIT_ONLY_UNTAGGED, HAL_BP_ADMIT_ALL_FRAMES,
-    en_HalBridgePortAcceptableFrameTypes(7)};
-const en_HalVlanProperty kProperties[] = {HAL_VLAN_PROPERTY_DHCP, HAL_VLAN_PROPERTY_IGMP_SNOOPING,
-                                          en_HalVlanProperty(2), en_HalVlanProperty(-1)};
-const en_HalVlanPropValue kPropValues[] = {HAL_VLAN_PROP_DHCP_TO_CPU, HAL_VLAN_PROP_DHCP_DROP,
-                                           en_HalVlanPropValue(5), en_HalVlanPropValue(2)};
-const Stage kStages[] = {Stage::Ingress, Stage::Egress, Stage(2)};
+const unsigned char kPcps[] = {3, 0, 7, 8};
+const int kQinQModes[] = {HAL_BP_QINQ_ENABLE, HAL_BP_QINQ_DISABLE, 2};
+const int kFrameTypes[] = {HAL_BP_ADMIT_ONLY_TAGGED, HAL_BP_ADMIT_ONLY_UNTAGGED,
+                           HAL_BP_ADMIT_ALL_FRAMES, 7};
+const int kProperties[] = {HAL_VLAN_PROPERTY_DHCP, HAL_VLAN_PROPERTY_IGMP_SNOOPING, 2, -1};
+const int kPropValues[] = {HAL_VLAN_PROP_DHCP_TO_CPU, HAL_VLAN_PROP_DHCP_DROP, 5, 2};
+const vlanxlate::Stage kStages[] = {vlanxlate::Stage::Ingress, vlanxlate::Stage::Egress,
+                                    vlanxlate::Stage(2)};
 const char* const kClients[] = {"hal-stlp", "hal-stlp ", "HAL-STLP"};
-// The SDK functions that a fault can hit, without their "bcm_".
-const char kFunctions[] =
-    "port_tpid_set port_inner_tpid_set port_untagged_vlan_set port_untagged_priority_set "
-    "port_dtag_mode_set port_discard_set port_class_get port_class_set vlan_gport_add "
-    "vlan_gport_delete vlan_gport_delete_all vlan_gport_get vlan_gport_get_all "
-    "vlan_control_vlan_get vlan_control_vlan_set vlan_control_vlan_selective_get "
-    "vlan_control_vlan_selective_set vlan_control_port_set vlan_translate_action_add "
-    "vlan_translate_action_delete vlan_translate_egress_action_add "
-    "vlan_translate_egress_action_delete multicast_l2_encap_get multicast_egress_add "
-    "multicast_egress_delete multicast_egress_delete_all";
-
-VlanMapping MakeRule(bool outer, uint16_t outerVlan, bool inner, uint16_t innerVlan,
-                     Operation operation, VlanTag newOuter, VlanTag newInner = {}) {
-  VlanMapping rule;
-  rule.match.hasOuterVlan = outer;
-  rule.match.outerVlanTag = VlanTag{outerVlan, static_cast<uint16_t>(outer ? 0x8100 : 0), 15};
-  rule.match.hasInnerVlan = inner;
-  rule.match.innerVlanTag = VlanTag{innerVlan, 0, 15};
-  rule.operation = operation;
-  rule.action.outerVlanTag = newOuter;
-  rule.action.innerVlanTag = newInner;
-  return rule;
-}
-
-const VlanMapping kRules[kRuleCount] = {
-    MakeRule(true, 100, false, 0, Operation::Replace, {200, 0, 15}),
-    MakeRule(true, 101, false, 0, Operation::Add, {201, 0, 5}),
-    MakeRule(false, 0, true, 102, Operation::Replace, {202, 0, 15}),
-    MakeRule(true, 103, true, 13, Operation::ReplaceReplace, {203, 0, 15}, {23, 0, 15}),
-    MakeRule(true, 104, false, 0, Operation::AddReplace, {204, 0x88a8, 2}, {24, 0, 15}),
-    MakeRule(true, 105, false, 0, Operation::Unknown, {205, 0, 15}),
-    MakeRule(true, 106, false, 0, Operation(7), {206, 0, 15}),
-    MakeRule(true, 100, false, 0, Operation::Replace, {300, 0, 15}),
-    MakeRule(true, 107, false, 0, Operation::Replace, {207, 0x88a8, 3}),
+// Match, operation, action; the eighth rule has the first one's entry with another action.
+const VlanMapping kRules[] = {
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {}}},
+    {{true, {101, 0x8100, 15}, false, {}}, Operation::Add, {{201, 0, 5}, {}}},
+    {{false, {}, true, {102, 0, 15}}, Operation::Replace, {{202, 0, 15}, {}}},
+    {{true, {103, 0x8100, 15}, true, {13, 0, 15}}, Operation(4), {{203, 0, 15}, {23, 0, 15}}},
+    {{true, {104, 0x8100, 15}, false, {}}, Operation::AddReplace, {{204, 0x88a8, 2}, {24, 0, 15}}},
+    {{true, {105, 0x8100, 15}, false, {}}, Operation::Unknown, {{205, 0, 15}, {}}},
+    {{true, {106, 0x8100, 15}, false, {}}, Operation(7), {{206, 0, 15}, {}}},
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{300, 0, 15}, {}}},
+    {{true, {107, 0x8100, 15}, false, {}}, Operation::Replace, {{207, 0x88a8, 3}, {}}},
 };
 
-// The LAG orchestrator that both services register with on the first calls of their factories.
+std::string OpName(uint8_t kind) {
+  std::istringstream names(
+      "add-member del-member del-all-members is-member get-members add-property remove-property "
+      "native-vlan prio qinq tpid inner-tpid frame-type block add-rule delete-rule create-lag join "
+      "leave delete-lag fault");
+  const std::vector<std::string> all{std::istream_iterator<std::string>(names), {}};
+  return all[kind % all.size()];
+}
+
+struct Arg {  // an argument read as an interface, a LAG, a VLAN or a rule
+  static limid_t Interface(uint8_t i) { return Pick(kInterfaces, i); }
+  static limid_t Lag(uint8_t i) { return Pick(kLags, i); }
+  static unsigned short Vlan(uint8_t i) { return Pick(kVlans, i); }
+  static const VlanMapping& Rule(uint8_t i) { return Pick(kRules, i); }
+};
+
+int LocalPortOf(limid_t port) {  // chip port of eth1/1..eth1/4, -1 for the others
+  const auto at = std::find(kInterfaces, kInterfaces + 4, port);
+  return at == kInterfaces + 4 ? -1 : static_cast<int>(at - kInterfaces) + 1;
+}
+
+std::set<limid_t> LagMembers(limid_t lag) {
+  return sim::common().HasLag(lag) ? HalBcmCommon::GetInstance()->GetLagMembers(lag)
+                                   : std::set<limid_t>{};
+}
+
+const limid_t* LagOf(limid_t port) {  // the LAG that lists a port, if any
+  const auto lag = std::find_if(std::begin(kLags), std::end(kLags),
+                                [&](limid_t lag) { return LagMembers(lag).count(port) != 0; });
+  return lag == std::end(kLags) ? nullptr : lag;
+}
+
+const std::set<VlanMapping>& RulesOf(const Store& store, limid_t id) {
+  static const std::set<VlanMapping> none;
+  const auto rules = store.find(id);
+  return rules == store.end() ? none : rules->second;
+}
+
+// Both services are process-wide singletons, registered on first use with one LAG orchestrator.
 std::shared_ptr<sim::LagOrchestratorSim> Lags() {
   static const auto lags = std::make_shared<sim::LagOrchestratorSim>();
   return lags;
 }
-
-int Handled(const std::vector<sim::LagOrchestratorSim::Answer>& answers) {
-  const auto handled = [](const sim::LagOrchestratorSim::Answer& answer) { return answer.handled; };
-  return std::all_of(answers.begin(), answers.end(), handled) ? 0 : -1;
-}
-
-// An answer for an operation that no caller would make in the current state.
-constexpr int kSkipped = 1;
-
-// An operation's arguments decoded, the services it goes to, and where the queries answer.
-struct Call {
-  const Op& op;
-  limid_t bd = sim::BridgeDomain(VlanNumber(op.a));  // a as a VLAN
-  limid_t id = InterfaceId(op.a);                    // a as an interface
-  limid_t member = InterfaceId(op.b);                // b as an interface
-  limid_t lag = LagId(op.a);                         // a as a LAG
-  Stage stage = Pick(kStages, op.b);
-  en_HalVlanProperty property = Pick(kProperties, op.b);
-  en_HalVlanPropValue value = Pick(kPropValues, op.c);
-  HalBridgeDomainItf& domain = Domain();
-  HalBridgePortItf& port = Port();
-  bool isMember = false;
-  bool tagged = false;
-  unsigned int number = 0;
-};
-
-// Each kind's name, what its arguments a, b, c are (v VLAN, i interface, l LAG, g tagged, f on or
-// off, p property, d property value, n native VLAN, q PCP, m Q-in-Q mode, t TPID, y frame type,
-// c client, s stage, r rule, F SDK function, e fault code) and the call a caller makes. The LAG
-// orchestrator raises only what can happen on a switch: a LAG is created when it is unknown, a
-// port joins when it is in no LAG and leaves the LAG that lists it, a known LAG is deleted.
-struct OpInfo {
-  const char* name;
-  const char* args;
-  int (*call)(Call&);
-};
-const OpInfo kOps[kOpKindCount] = {
-    {"add-member", "vig",
-     [](Call& x) { return x.domain.addMember(x.bd, x.member, x.op.c % 2, 0); }},
-    {"del-member", "vi", [](Call& x) { return x.domain.delMember(x.bd, x.member); }},
-    {"del-all-members", "v", [](Call& x) { return x.domain.delAllMembers(x.bd); }},
-    {"is-member", "vi",
-     [](Call& x) { return x.domain.isMember(x.bd, x.member, x.isMember, x.tagged, x.number); }},
-    {"get-members", "v", [](Call& x) { return x.domain.getNumMembers(x.bd, x.number); }},
-    {"add-property", "vpd",
-     [](Call& x) { return x.domain.AddPropertyValue(x.bd, x.property, x.value); }},
-    {"remove-property", "vpd",
-     [](Call& x) { return x.domain.RemovePropertyValue(x.bd, x.property, x.value); }},
-    {"native-vlan", "in",
-     [](Call& x) { return x.port.SetNativeVlan(x.id, Pick(kNativeVlans, x.op.b)); }},
-    {"prio", "iq", [](Call& x) { return x.port.SetPrio4Untagged(x.id, Pick(kPcps, x.op.b)); }},
-    {"qinq", "im", [](Call& x) { return x.port.SetVlanQinQ(x.id, Pick(kQinQModes, x.op.b)); }},
-    {"tpid", "it", [](Call& x) { return x.port.SetTpid(x.id, Pick(kTpids, x.op.b)); }},
-    {"inner-tpid", "it", [](Call& x) { return x.port.SetInnerTpid(x.id, Pick(kTpids, x.op.b)); }},
-    {"frame-type", "iy",
-     [](Call& x) { return x.port.SetAcceptableFrameType(x.id, Pick(kFrameTypes, x.op.b)); }},
-    {"block", "ifc", [](Call& x) { return BlockPort(x.id, x.op.b % 2, Pick(kClients, x.op.c)); }},
-    {"add-rule", "isr",
-     [](Call& x) { return x.port.AddVlanMappingRule(x.id, x.stage, RuleAt(x.op.c)); }},
-    {"delete-rule", "isr",
-     [](Call& x) { return x.port.DeleteVlanMappingRule(x.id, x.stage, RuleAt(x.op.c)); }},
-    {"create-lag", "l",
-     [](Call& x) {
-       if (sim::common().HasLag(x.lag))
-         return kSkipped;
-       sim::common().AddLag(x.lag, Pick(kTrunkIds, x.op.a));
-       return Handled(Lags()->CreateLag(x.lag));
-     }},
-    {"join", "li",
-     [](Call& x) {
-       const bool port = LocalPortOf(x.member) > 0 || x.member == kInterfaces[kRemotePort];
-       if (!sim::common().HasLag(x.lag) || !port || LagOf(x.member) != nullptr)
-         return kSkipped;
-       return Handled(Lags()->AddMember(x.lag, x.member));
-     }},
-    {"leave", "li",
-     [](Call& x) {
-       const limid_t* lag = LagOf(x.member);
-       return lag && *lag == x.lag ? Handled(Lags()->DeleteMember(x.lag, x.member)) : kSkipped;
-     }},
-    {"delete-lag", "l",
-     [](Call& x) {
-       return sim::common().HasLag(x.lag) ? Handled(Lags()->DeleteLag(x.lag)) : kSkipped;
-     }},
-    {"fault", "Fe", [](Call&) { return kSkipped; }}};  // the driver arms the fault
-
-std::string Number(int value) {
-  return std::to_string(value);
-}
-
-std::string Hex4(unsigned value) {
-  char text[8];
-  std::snprintf(text, sizeof text, "0x%04x", value);
-  return text;
-}
-
-std::string Argument(char kind, uint8_t i) {
-  static const std::map<char, std::string (*)(uint8_t)> kTexts = {
-      {'v', [](uint8_t i) { return "vlan" + Number(VlanNumber(i)); }},
-      {'i', [](uint8_t i) { return sim::NameOf(InterfaceId(i)); }},
-      {'l', [](uint8_t i) { return sim::NameOf(LagId(i)); }},
-      {'g', [](uint8_t i) { return std::string(i % 2 ? "tagged" : "untagged"); }},
-      {'f', [](uint8_t i) { return std::string(i % 2 ? "on" : "off"); }},
-      {'p', [](uint8_t i) { return Number(Pick(kProperties, i)); }},
-      {'d', [](uint8_t i) { return Number(Pick(kPropValues, i)); }},
-      {'n', [](uint8_t i) { return Number(Pick(kNativeVlans, i)); }},
-      {'q', [](uint8_t i) { return Number(Pick(kPcps, i)); }},
-      {'m', [](uint8_t i) { return Number(Pick(kQinQModes, i)); }},
-      {'t', [](uint8_t i) { return Hex4(Pick(kTpids, i)); }},
-      {'y', [](uint8_t i) { return Number(Pick(kFrameTypes, i)); }},
-      {'c', [](uint8_t i) { return '"' + std::string(Pick(kClients, i)) + '"'; }},
-      {'s', [](uint8_t i) { return "stage " + Number(static_cast<int>(Pick(kStages, i))); }},
-      {'r', [](uint8_t i) { return "rule #" + Number(i % kRuleCount); }},
-      {'F', [](uint8_t i) { return SdkFunction(i); }},
-      {'e', [](uint8_t i) { return Number(Pick(kFaultCodes, i)); }}};
-  return kTexts.at(kind)(i);
-}
-
-}  // namespace
-
-limid_t InterfaceId(uint8_t index) {
-  return Pick(kInterfaces, index);
-}
-limid_t LagId(uint8_t index) {
-  return Pick(kLags, index);
-}
-unsigned short VlanNumber(uint8_t index) {
-  return Pick(kVlans, index);
-}
-const VlanMapping& RuleAt(uint8_t index) {
-  return Pick(kRules, index);
-}
-std::string SdkFunction(uint8_t index) {
-  static const std::vector<std::string> functions = [] {
-    std::vector<std::string> names;
-    std::istringstream words(kFunctions);
-    for (std::string word; words >> word;)
-      names.push_back("bcm_" + word);
-    return names;
-  }();
-  return functions[index % functions.size()];
-}
-
-int LocalPortOf(limid_t port) {
-  const limid_t* const end = kInterfaces + 4;
-  const limid_t* const at = std::find(kInterfaces, end, port);
-  return at == end ? -1 : static_cast<int>(at - kInterfaces) + 1;
-}
-
-std::string Describe(const Op& op) {
-  const OpInfo& info = kOps[op.kind % kOpKindCount];
-  const uint8_t args[] = {op.a, op.b, op.c};
-  std::string text = info.name;
-  for (size_t i = 0; info.args[i] != '\0'; ++i)
-    text += " " + Argument(info.args[i], args[i]);
-  return text;
-}
-
 HalBcmBridgePort& Port() {
   return *HalBcmBridgePort::GetInstance(Lags());
 }
@@ -257,17 +115,83 @@ HalBcmBridgeDomain& Domain() {
   return *HalBcmBridgeDomain::getInstance(Lags());
 }
 
+int Handled(const std::vector<sim::LagOrchestratorSim::Answer>& answers) {
+  const auto handled = [](const auto& answer) { return answer.handled; };
+  return std::all_of(answers.begin(), answers.end(), handled) ? 0 : -1;
+}
+
+// 0 done, -1 refused (or a LAG client did not handle the event), or one of these.
+constexpr int kSkipped = 1, kThrewOutOfRange = 2, kThrewOther = 3;
+
+// LAG events come as on a switch: a LAG is created when it is unknown, a port joins when it is in
+// no LAG and leaves the LAG that lists it.
+int Call(const Op& op) {
+  HalBcmBridgeDomain& domain = Domain();
+  HalBcmBridgePort& port = Port();
+  const limid_t bd = sim::BridgeDomain(Arg::Vlan(op.a)), id = Arg::Interface(op.a);
+  const limid_t member = Arg::Interface(op.b), lag = Arg::Lag(op.a);
+  const limid_t* memberLag = LagOf(member);
+  const bool lagKnown = sim::common().HasLag(lag);
+  const auto property = en_HalVlanProperty(Pick(kProperties, op.b));
+  const auto value = en_HalVlanPropValue(Pick(kPropValues, op.c));
+  bool isMember = false, tagged = false;
+  unsigned int number = 0;
+  // clang-format off
+  switch (op.kind % kOpKindCount) {
+    case kAddMember: return domain.addMember(bd, member, op.c % 2, 0);
+    case kDelMember: return domain.delMember(bd, member);
+    case kDelAllMembers: return domain.delAllMembers(bd);
+    case kIsMember: return domain.isMember(bd, member, isMember, tagged, number);
+    case kGetMembers: return domain.getNumMembers(bd, number);
+    case kAddProperty: return domain.AddPropertyValue(bd, property, value);
+    case kRemoveProperty: return domain.RemovePropertyValue(bd, property, value);
+    case kSetNativeVlan: return port.SetNativeVlan(id, Pick(kNativeVlans, op.b));
+    case kSetPrio: return port.SetPrio4Untagged(id, Pick(kPcps, op.b));
+    case kSetQinQ: return port.SetVlanQinQ(id, en_HalBridgePortQinQ(Pick(kQinQModes, op.b)));
+    case kSetTpid: return port.SetTpid(id, Pick(kTpids, op.b));
+    case kSetInnerTpid: return port.SetInnerTpid(id, Pick(kTpids, op.b));
+    case kSetFrameType: return port.SetAcceptableFrameType(
+        id, en_HalBridgePortAcceptableFrameTypes(Pick(kFrameTypes, op.b)));
+    case kBlock: return BlockPort(id, op.b % 2, Pick(kClients, op.c));
+    case kAddRule: return port.AddVlanMappingRule(id, Pick(kStages, op.b), Arg::Rule(op.c));
+    case kDeleteRule: return port.DeleteVlanMappingRule(id, Pick(kStages, op.b), Arg::Rule(op.c));
+    case kCreateLag:
+      if (lagKnown) return kSkipped;
+      sim::common().AddLag(lag, Pick(kTrunkIds, op.a));
+      return Handled(Lags()->CreateLag(lag));
+    case kJoinLag:
+      if (!lagKnown || memberLag || (LocalPortOf(member) < 0 && op.b % 9 != kRemotePort))
+        return kSkipped;
+      return Handled(Lags()->AddMember(lag, member));
+    case kLeaveLag:
+      return memberLag && *memberLag == lag ? Handled(Lags()->DeleteMember(lag, member)) : kSkipped;
+    case kDeleteLag: return lagKnown ? Handled(Lags()->DeleteLag(lag)) : kSkipped;
+    default: return kSkipped;  // a fault: the driver arms it
+  }
+  // clang-format on
+}
+
+int Apply(const Op& op) {
+  try {
+    const int rc = Call(op);
+    return rc == 0 || rc == kSkipped ? rc : -1;
+  } catch (const std::out_of_range&) {
+    return kThrewOutOfRange;
+  } catch (const std::exception&) {
+    return kThrewOther;
+  }
+}
+
+// A clean platform holding the universe, and empty books under both services.
 void Reset() {
   sim::Reset();
   for (int p = 1; p <= 4; ++p)
     sim::common().AddPort(kInterfaces[p - 1], sim::LocalGport(p));
   sim::common().AddPort(kInterfaces[kRemotePort], sim::ModuleGport(1, 5));
-  for (size_t i = 0; i < 2; ++i)
-    sim::common().AddLag(kLags[i], kTrunkIds[i]);
-  sim::chip().CreateVlan(10);
-  sim::chip().CreateVlan(20);
-  sim::chip().CreateVlan(30, false);
-
+  sim::common().AddLag(kLags[0], kTrunkIds[0]);
+  sim::common().AddLag(kLags[1], kTrunkIds[1]);
+  for (const unsigned short vlan : {10, 20, 30})
+    sim::chip().CreateVlan(vlan, vlan != 30);
   HalBcmBridgePortInspector port(Port());
   HalBcmBridgeDomainInspector domain(Domain());
   const auto clear = [](auto&... books) { (books.clear(), ...); };
@@ -277,29 +201,327 @@ void Reset() {
   domain.vlanOrchestrator() = std::make_shared<halswitchbd::VlanOrchestratorImpl>();
 }
 
-const limid_t* LagOf(limid_t port) {
-  for (const limid_t& lag : kLags) {
-    if (sim::common().HasLag(lag) && HalBcmCommon::GetInstance()->GetLagMembers(lag).count(port))
-      return &lag;
-  }
-  return nullptr;
+// Steps whose failures the operations log and ignore: the lookup keys follow a port's tag layout,
+// stored ingress rules follow a Q-in-Q change, a joining port's own rules leave the chip and a
+// deleted LAG's rules are deleted, each as far as the chip lets them.
+const Steps kIgnoredSteps = {
+    {"bcm_vlan_control_port_set", {kSetQinQ, kJoinLag, kLeaveLag, kDeleteLag}},
+    {"bcm_vlan_translate_action_delete", {kSetQinQ, kJoinLag, kDeleteLag}},
+    {"bcm_vlan_translate_action_add", {kSetQinQ}},
+    {"bcm_vlan_translate_egress_action_delete", {kJoinLag, kDeleteLag}},
+    {"bcm_port_class_get", {kJoinLag}}};
+// Where "not found" is an answer, with no failure and no line: a port that is no member, a VLAN
+// without members, no earlier egress entry to replace.
+const Steps kNotFoundAnswers = {{"bcm_vlan_gport_get", {kIsMember}},
+                                {"bcm_vlan_gport_get_all", {kGetMembers}},
+                                {"bcm_vlan_translate_egress_action_delete", {kAddRule}}};
+
+bool Listed(const Steps& steps, const std::string& function, uint8_t kind) {
+  const auto kinds = steps.find(function);
+  return kinds != steps.end() && kinds->second.count(kind);
 }
 
-Outcome Apply(const Op& op) {
-  Outcome outcome;
+// The port or trunk number that keys an interface's entries (a deleted LAG keeps its gport).
+int ChipOwner(limid_t id) {
   try {
-    Call call{op};
-    const int rc = kOps[op.kind % kOpKindCount].call(call);
-    outcome.skipped = rc == kSkipped;
-    outcome.failed = rc != 0 && !outcome.skipped;
-  } catch (const std::out_of_range& e) {
-    outcome.threw = outcome.outOfRange = true;
-    outcome.exception = e.what();
-  } catch (const std::exception& e) {
-    outcome.threw = true;
-    outcome.exception = e.what();
+    return halbd::IsLag(id)
+               ? HalBcmCommon::GetInstance()->LookupGport(id).port & BCM_GPORT_TRUNK_ID_MASK
+               : LocalPortOf(id);
+  } catch (const std::out_of_range&) {
+    return -1;
   }
-  return outcome;
+}
+
+// Where the chip holds an ingress rule: on a Q-in-Q interface the customer's tag is the inner one
+// and only single-tag matches have a key; elsewhere the key type follows the tags matched.
+sim::IngressKey IngressKeyOf(limid_t id, const VlanMapping& rule, bool qinq) {
+  const bool outer = rule.match.hasOuterVlan, inner = rule.match.hasInnerVlan;
+  const uint16_t outerVlan = outer ? rule.match.outerVlanTag.vlanId : 0;
+  if (qinq)
+    return {halbd::IsLag(id), ChipOwner(id), outer && !inner ? 9 : 0, 0, outerVlan};
+  return {halbd::IsLag(id), ChipOwner(id), outer ? (inner ? 7 : 8) : (inner ? 9 : 0), outerVlan,
+          inner ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
+}
+
+// The egress entry of a rule: the interface's class (a LAG's counts down from 127 on a chip with
+// packet-priority actions, as this one is) and the matched VLANs.
+sim::EgressKey EgressKeyOf(limid_t id, const VlanMapping& rule) {
+  const int port = LocalPortOf(id), owner = ChipOwner(id);
+  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : 127 - owner)
+                        : port > 0       ? static_cast<int>(sim::chip().Port(port).egressClass)
+                                         : -1;
+  const sim::IngressKey key = IngressKeyOf(id, rule, false);
+  return {portClass, key.outerVlan, key.innerVlan};
+}
+
+class Driver {
+ public:
+  explicit Driver(const std::optional<Injection>& planned) : planned_(planned) {
+    Reset();
+    if (planned)
+      sim::chip().FailNth(planned->function, planned->nth, planned->rc);
+  }
+
+  RunResult Run(const std::vector<Op>& ops) {
+    for (const Op& op : ops)
+      Step(op, op.kind % kOpKindCount, Arg::Interface(op.a), Arg::Interface(op.b));
+    Expect(!planned_ || faultHit_, "): the planned fault hit no call");
+    return result_;
+  }
+
+ private:
+  void Expect(bool ok, const std::string& what) {
+    ++result_.checks;
+    if (!ok)
+      result_.violations.push_back("step " + std::to_string(step_) + " (" + what);
+  }
+  static HalBcmBridgePortInspector Books() { return HalBcmBridgePortInspector(Port()); }
+
+  void Step(const Op& op, uint8_t kind, limid_t id, limid_t member) {
+    ++step_;
+    const auto& trace = sim::chip().Trace();
+    if (kind == kFault) {  // for the next operation: a function the run has called so far
+      if (!trace.empty())
+        armed_ = Injection{0, trace[op.a % trace.size()].function, 1, Pick(kFaultCodes, op.b)};
+      if (armed_)
+        sim::chip().FailNext(armed_->function, 1, armed_->rc);
+      return;
+    }
+    const size_t firstCall = trace.size(), assertions = sim::Assertions().size();
+    const size_t firstRecord = sim::halLog().Records().size();
+    // SetTpid, SetAcceptableFrameType and addMember pass an unknown LAG's out_of_range on.
+    const limid_t target = kind == kAddMember ? member : id;
+    const bool passesException =
+        (kind == kSetTpid || kind == kSetFrameType || kind == kAddMember) && halbd::IsLag(target) &&
+        !sim::common().HasLag(target);
+    if ((kind == kAddRule || kind == kDeleteRule) && op.b % 3 == 1)
+      egressUsers_[EgressKeyOf(id, Arg::Rule(op.c))].emplace(id, Arg::Rule(op.c));
+    const limid_t joining = kind == kJoinLag ? member : kInterfaces[kUnknownLag];  // no rules
+    for (const VlanMapping& rule : RulesOf(Books().egressVlanMappings(), joining))
+      egressUsers_[EgressKeyOf(member, rule)].emplace(member, rule);  // under its own class
+    const bool stored = IsStored(op);
+    HalBcmBridgeDomainInspector domain(Domain());
+    const auto lagVlan = domain.lagMembership().find(member);
+    if (kind == kAddMember && lagVlan != domain.lagMembership().end() &&
+        lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a))))
+      flagsRewritten_.emplace(Arg::Vlan(op.a), member);
+
+    const int rc = Apply(op);
+    const std::vector<sim::LogRecord> log(sim::halLog().Records().begin() + firstRecord,
+                                          sim::halLog().Records().end());
+    bool hit = planned_ && planned_->callIndex >= firstCall && planned_->callIndex < trace.size();
+    result_.allSucceeded &= rc == 0;
+    result_.lastRefused = rc == -1;
+    result_.lastWrites.clear();
+    for (auto call = trace.begin() + firstCall; call != trace.end(); ++call) {
+      hit |= armed_ && call->function == armed_->function;
+      if (call->rc >= 0 && call->function.find("_get") == std::string::npos)
+        result_.lastWrites.push_back(call->Text());
+    }
+    const std::string what = Describe(op) + "): ";
+    Expect((rc > kSkipped) == passesException, what + "an exception reached the caller, or not");
+    Expect(rc != kThrewOther, what + "an exception other than std::out_of_range escaped");
+    Expect(rc != -1 || !log.empty(), what + "failed without a log line");
+    Expect(rc != -1 || kind < kAddRule || kind > kDeleteRule || IsStored(op) == stored,
+           what + "a refused rule operation changed the store");
+    if (hit)
+      CheckFault(what, kind, rc == -1, log, armed_ ? *armed_ : *planned_, !armed_);
+    if (std::exchange(armed_, std::nullopt))
+      sim::chip().ClearFaults();
+    if (rc == 0 && !hit && exact_)
+      CheckLagEventEffects(what, kind, op);
+    // Past a failure, a step the operation logs and ignores (a rule the chip refuses under the new
+    // tag layout, for one) or a port added or removed directly while in a LAG (a caller's mistake,
+    // asserted), the chip and the books part ways.
+    const bool logged = std::any_of(log.begin(), log.end(), [](const sim::LogRecord& r) {
+      return r.isError || r.levelOrCode < 6;
+    });
+    exact_ &= !hit && rc != -1 && !logged && sim::Assertions().size() == assertions &&
+              !(kind <= kDelMember && LagOf(member));
+    if (rc != kSkipped)
+      Learn(kind, op);
+    if (!exact_)
+      return;
+    HalBcmBridgePortInspector books = Books();
+    for (const limid_t each : kInterfaces) {
+      if (!offChip_.count(each))
+        CheckRules(what + sim::NameOf(each) + ": ", each, books.qinqPorts().count(each), books);
+    }
+    CheckMemberships(what);
+  }
+
+  bool IsStored(const Op& op) {  // a rule operation's rule, in its interface's store
+    const Store& store =
+        op.b % 3 == 0 ? Books().ingressVlanMappings() : Books().egressVlanMappings();
+    return RulesOf(store, Arg::Interface(op.a)).count(Arg::Rule(op.c)) != 0;
+  }
+
+  // The faulty call is logged with the SDK's text (through error() with the code, where the line
+  // carries one) and fails the operation unless it ignores the step. Planned faults are strict:
+  // every operation of their run succeeds without them.
+  void CheckFault(std::string what, uint8_t kind, bool failed,
+                  const std::vector<sim::LogRecord>& log, const Injection& fault, bool strict) {
+    faultHit_ = true;
+    what += fault.function + " = " + std::to_string(fault.rc);
+    if (fault.rc == BCM_E_NOT_FOUND && Listed(kNotFoundAnswers, fault.function, kind))
+      return Expect(!strict || (!failed && log.empty()), what + " failed the operation or logged");
+    Expect(std::any_of(log.begin(), log.end(),
+                       [&](const sim::LogRecord& r) {
+                         return r.text.find(bcm_errmsg(fault.rc)) != std::string::npos &&
+                                (!r.isError || r.levelOrCode == fault.rc);
+                       }),
+           what + " not logged with the SDK's text");
+    const bool ignored = Listed(kIgnoredSteps, fault.function, kind);
+    Expect(ignored || failed, what + " not reported as a failure");
+    Expect(!ignored || !strict || !failed, what + " failed an operation that ignores that step");
+  }
+
+  // A LAG event that went through: a joining port's own ingress rules are off the chip (they stay
+  // in the store), a deleted LAG's rules are gone, except an egress rule whose entry another rule
+  // rewrote (its deletion finds nothing).
+  void CheckLagEventEffects(const std::string& what, uint8_t kind, const Op& op) {
+    const limid_t lag = Arg::Lag(op.a);
+    for (const auto& [key, action] : sim::chip().IngressTable()) {
+      Expect(kind != kJoinLag || key.trunk || key.portOrTrunk != LocalPortOf(Arg::Interface(op.b)),
+             what + "a port joined its LAG with an ingress entry on chip");
+    }
+    if (kind != kDeleteLag)
+      return;
+    Expect(RulesOf(Books().ingressVlanMappings(), lag).empty(), what + "deleted LAG's rules kept");
+    for (const VlanMapping& rule : RulesOf(Books().egressVlanMappings(), lag))
+      Expect(egressUsers_[EgressKeyOf(lag, rule)].size() > 1, what + "deleted LAG's rule kept");
+  }
+
+  // Left apart on purpose: a port that joins a LAG keeps its rules in the store, not on the chip,
+  // and the shared VLAN member table keeps listing it, as a deleted LAG; removing all members of a
+  // VLAN touches the chip only.
+  void Learn(uint8_t kind, const Op& op) {
+    if (kind == kJoinLag || kind == kDeleteLag)
+      offChip_.insert(kind == kJoinLag ? Arg::Interface(op.b) : Arg::Lag(op.a));
+    if (kind == kDelAllMembers)
+      vlansCleared_.insert(Arg::Vlan(op.a));
+    if (kind == kSetTpid)
+      tpids_[Arg::Interface(op.a)] = Pick(kTpids, op.b);
+    if (kind == kDeleteLag)  // a deleted LAG forgets its TPID
+      tpids_.erase(Arg::Lag(op.a));
+  }
+
+  // qinqPorts is the chip's tag layout; the store and the chip hold the same rules, at ingress
+  // under that layout, at egress under the class, except an entry written by two rules (or two
+  // interfaces of one class): an install replaces it, the first delete takes it.
+  void CheckRules(const std::string& of, limid_t id, bool qinq, HalBcmBridgePortInspector& books) {
+    const int port = LocalPortOf(id);
+    Expect(port < 0 || (sim::chip().Port(port).dtagMode == BCM_PORT_DTAG_MODE_EXTERNAL) == qinq,
+           of + "Q-in-Q differs on chip");
+    std::set<sim::IngressKey> ingress, onChip;
+    for (const VlanMapping& rule : RulesOf(books.ingressVlanMappings(), id))
+      ingress.insert(IngressKeyOf(id, rule, qinq));
+    for (const auto& [k, action] : sim::chip().IngressTable()) {
+      if (k.trunk == halbd::IsLag(id) && k.portOrTrunk == ChipOwner(id))
+        onChip.insert(k);
+    }
+    const auto same = [](const auto& x, const auto& y) { return !(x < y) && !(y < x); };
+    Expect(std::equal(ingress.begin(), ingress.end(), onChip.begin(), onChip.end(), same),
+           of + "ingress entries differ from the rules");
+    const std::set<VlanMapping>& egress = RulesOf(books.egressVlanMappings(), id);
+    for (const VlanMapping& rule : egress) {
+      Expect(egressUsers_[EgressKeyOf(id, rule)].size() > 1 ||
+                 sim::chip().EgressTable().count(EgressKeyOf(id, rule)),
+             of + "egress rule not on chip");
+    }
+    for (const auto& [k, users] : egressUsers_) {
+      Expect(users.size() != 1 || users.begin()->first != id ||
+                 !sim::chip().EgressTable().count(k) || egress.count(users.begin()->second),
+             of + "egress entry not in the store");
+    }
+  }
+
+  // The chip's VLANs and replication groups hold exactly the ports the books put there, directly
+  // or through their LAG, tagged as the shared table says (the latest request; the books keep the
+  // first), which lists what the books list. A LAG added again with another flag has it on its
+  // members of the time, the first one on later members. A LAG's members have the LAG's TPID.
+  void CheckMemberships(const std::string& what) {
+    HalBcmBridgeDomainInspector books(Domain());
+    std::map<std::pair<unsigned short, limid_t>, bool> booked, shared;  // (VLAN, id): tagged
+    std::map<std::pair<unsigned short, int>, bool> expected, onChip;    // (VLAN, port): untagged
+    const auto book = [&](limid_t id, const std::map<limid_t, bool>& bridgeDomains) {
+      for (const auto& [bridgeDomain, tagged] : bridgeDomains)
+        booked[{halbd::VlanOfBridgeDomain(bridgeDomain), id}] = tagged;
+    };
+    for (const auto& [port, info] : books.intfInfo())
+      book(port, info.bridgeDomains);
+    for (const auto& [lag, bridgeDomains] : books.lagMembership())
+      book(lag, bridgeDomains);
+    for (const auto& [vlan, members] : sim::common().VlanMembers()) {
+      for (const auto& [id, tagged] : members) {
+        shared[{vlan, id}] = tagged;
+        Expect(booked.count({vlan, id}) || offChip_.count(id), what + "listed in the table only");
+      }
+    }
+    for (const unsigned short vlan : {10, 20, 30}) {
+      std::set<std::pair<bcm_gport_t, bcm_if_t>> replicated;
+      for (const auto& [port, untagged] : sim::chip().Vlan(vlan).members) {
+        if (!vlansCleared_.count(vlan))
+          onChip[{vlan, port}] = untagged;
+        replicated.emplace(sim::LocalGport(port), sim::Chip::EncapOf(port));
+      }
+      const bcm_multicast_t group = sim::chip().Vlan(vlan).control.broadcast_group;
+      Expect(
+          vlansCleared_.count(vlan) || group == 0 || sim::chip().GroupMembers(group) == replicated,
+          what + "vlan" + std::to_string(vlan) + "'s replication group differs from its members");
+    }
+    for (const auto& [key, tagged] : booked) {
+      Expect(shared.count(key), what + sim::NameOf(key.second) + " not in the shared table");
+      for (const limid_t& port :
+           halbd::IsLag(key.second) ? LagMembers(key.second) : std::set<limid_t>{key.second}) {
+        const auto chip = onChip.find({key.first, LocalPortOf(port)});
+        if (LocalPortOf(port) > 0 && !vlansCleared_.count(key.first))
+          expected[{key.first, LocalPortOf(port)}] =
+              flagsRewritten_.count(key) && chip != onChip.end()
+                  ? chip->second
+                  : !(shared.count(key) ? shared[key] : tagged);
+      }
+    }
+    Expect(onChip == expected, what + "the chip's VLAN members differ from the books");
+    for (const limid_t& lag : kLags) {
+      for (const limid_t& member : LagMembers(lag)) {
+        Expect(LocalPortOf(member) < 0 || tpids_.count(member) ||
+                   sim::chip().Port(LocalPortOf(member)).outerTpid ==
+                       (tpids_.count(lag) ? tpids_.at(lag) : 0x8100),
+               what + sim::NameOf(member) + " has another TPID than its LAG");
+      }
+    }
+  }
+
+  const std::optional<Injection> planned_;
+  std::optional<Injection> armed_;
+  RunResult result_;
+  size_t step_ = 0;
+  bool faultHit_ = false;
+  bool exact_ = true;          // nothing failed: the chip holds exactly what the books say
+  std::set<limid_t> offChip_;  // ports that joined a LAG, deleted LAGs
+  std::set<unsigned short> vlansCleared_;
+  std::set<std::pair<unsigned short, limid_t>> flagsRewritten_;  // (VLAN, LAG) added again
+  std::map<limid_t, unsigned short> tpids_;  // as asked for: a LAG's members take the LAG's
+  std::map<sim::EgressKey, std::set<std::pair<limid_t, VlanMapping>>> egressUsers_;
+};
+
+}  // namespace
+
+RunResult RunOps(const std::vector<Op>& ops, const std::optional<Injection>& planned) {
+  return Driver(planned).Run(ops);
+}
+
+std::vector<Op> DecodeOps(const std::vector<uint8_t>& bytes) {
+  std::vector<Op> ops;
+  for (size_t at = 0; at + 4 <= bytes.size() && ops.size() < 64; at += 4)
+    ops.push_back(Op{bytes[at], bytes[at + 1], bytes[at + 2], bytes[at + 3]});
+  return ops;
+}
+
+std::string Describe(const Op& op) {
+  return OpName(op.kind) + " " + std::to_string(op.a) + " " + std::to_string(op.b) + " " +
+         std::to_string(op.c);
 }
 
 }  // namespace reliability

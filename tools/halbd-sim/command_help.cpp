@@ -48,7 +48,10 @@ const std::map<std::string, std::string> kArguments = {
     {"rc", "the SDK code the call returns, e.g. -4 bad parameter, -7 not found, -8 exists"},
     {"priority", "the client's priority; clients are told in ascending (priority, name) order"},
     {"events", "none, vlan_add, vlan_remove or both"},
-    {"FRAME", "untagged (the default), or tag TPID VLAN PCP once or twice, outermost first"},
+    {"FRAME",
+     "untagged (the default); tag TPID VLAN PCP once or twice, outermost first; hex BYTES, a "
+     "whole Ethernet frame; or --pcap IN.pcap [--out DIR], every frame of a capture, with "
+     "DIR/eth1_49.pcap written for the frames leaving eth1/49"},
     {"filter", "a port name, a VLAN or range of VLANs, as the table is keyed"},
     {"file", "a scenario file"},
     {"command", "a command name"},

@@ -62,8 +62,16 @@ Action PrepareMemberDeleted(const Session& session, Arguments& args) {
 
 Action PrepareLagDeleted(const Session& session, Arguments& args) {
   const limid_t lag = TakeLiveLag(session, args);
+  // "unlisted": the LAG manager dropped the member list from the common tables before it raised
+  // the event, so the services cannot read the members any more.
+  const bool unlisted = args.TakeKeyword({"unlisted"}).has_value();
   args.ExpectEnd();
   return LagEvent([=](Session& s) {
+    if (unlisted) {
+      // The first service told cannot read the members and throws: the bridge port never hears
+      // of the deletion and keeps what it holds for the LAG.
+      return s.LagOrchestrator().DeleteLagUnlisted(lag);
+    }
     s.Book().LagDeleted(lag, s.LagMembers(lag));
     return s.LagOrchestrator().DeleteLag(lag);
   });
@@ -124,7 +132,8 @@ std::vector<Command> EventCommands() {
        PrepareMemberAdded},
       {"memberDeleted", "<lag> <member>", "a port leaves a LAG: raise the event to the services",
        PrepareMemberDeleted},
-      {"lagDeleted", "<lag>", "a LAG is deleted: raise the event, then forget the LAG",
+      {"lagDeleted", "<lag> [unlisted]",
+       "a LAG is deleted: raise the event, then forget the LAG (unlisted: forget it first)",
        PrepareLagDeleted},
       {"RegisterClient", "<priority> <name> [events]",
        "register a VLAN orchestrator client that prints what it is told (add-only, remove-only)",

@@ -206,8 +206,7 @@ Action PrepareFrame(const Session& session, Arguments& args) {
 std::vector<Command> FrameCommands() {
   return {
       {"frame", "<port> [FRAME] [--trace]",
-       "where the chip sends a broadcast frame received on a port (stage by stage: --trace)",
-       PrepareFrame},
+       "where the chip floods a frame received on a port (stage by stage: --trace)", PrepareFrame},
   };
 }
 

@@ -43,7 +43,8 @@ nlohmann::ordered_json CellValue(const std::string& cell, ColumnKind kind) {
     case ColumnKind::Text:
       break;
   }
-  return cell;
+  // "-" is the table's way of saying "none": a program reads it as null.
+  return cell == "-" ? nlohmann::ordered_json() : nlohmann::ordered_json(cell);
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 
 namespace halbdsim {
 
-// How a column's cells read in JSON: text as strings; numbers (decimal or 0x hex) as numbers, "-"
-// as null; lists (blank-separated words) as arrays, "-" as empty; flags ("yes" or "-") as
-// booleans; rule lists ("; "-separated) as arrays of strings.
+// How a column's cells read in JSON: text as strings, "-" as null; numbers (decimal or 0x hex) as
+// numbers, "-" as null; lists (blank-separated words) as arrays, "-" as empty; flags ("yes" or "-")
+// as booleans; rule lists ("; "-separated) as arrays of strings.
 enum class ColumnKind { Text, Number, List, Flag, RuleList };
 
 struct Column {

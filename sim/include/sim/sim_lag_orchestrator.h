@@ -44,10 +44,15 @@ class LagOrchestratorSim : public halswitchl2if::LagOrchestrator {
   static std::optional<std::string> DeleteMemberRefusal(const limid_t& lag, const limid_t& member);
   // lagDeleted is raised while the members are still listed; the LAG is forgotten afterwards.
   std::vector<Answer> DeleteLag(const limid_t& lag);
+  // A LAG manager that takes the LAG out of the common tables first and raises lagDeleted after:
+  // the clients can no longer read the member list. A client's exception reaches the caller,
+  // and the clients after it are not told; the LAG is forgotten all the same.
+  std::vector<Answer> DeleteLagUnlisted(const limid_t& lag);
 
  private:
   template <typename Invoke>
   std::vector<Answer> Raise(Invoke invoke);
+  std::vector<Answer> RaiseLagDeleted(const limid_t& lag);
 
   std::map<std::pair<unsigned int, std::string>, Callback> clients_;
 };
