@@ -209,6 +209,8 @@ TEST_P(ExpectTest, HoldsOrSaysWhatWasExpectedAndWhatIsWithItsPlace) {
   const std::string failure = GetParam().failure;
   EXPECT_EQ(err_.str(), failure.empty() ? "" : "test.scn:8: expect failed: " + failure + "\n");
   EXPECT_EQ(session_.FailedExpects(), failure.empty() ? 0 : 1);
+  std::ostringstream summary;  // under --strict, an expect that did not hold fails the run alone
+  EXPECT_EQ(FinishRun(session_, 0, true, summary), failure.empty() ? 0 : 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(
