@@ -48,31 +48,20 @@ TEST_F(FrameWalkStagesTest, EachStageDecidesFromTheChipState) {
     Frame frame;
     std::vector<std::string> expected;
   } cases[] = {
-      {"untagged members get it untagged",
-       [] {},
-       2,
-       Tagged(10, 0x8100, 3),
+      // One case a line.
+      // clang-format off
+      {"untagged members get it untagged", [] {}, 2, Tagged(10, 0x8100, 3),
        {"1:untagged", "3:[0x8100 10 p3]"}},
-      {"priority tag keeps its priority",
-       [] {},
-       1,
-       Tagged(0, 0x8100, 6),
+      {"priority tag keeps its priority", [] {}, 1, Tagged(0, 0x8100, 6),
        {"2:[0x8100 10 p6]", "3:[0x8100 10 p6]"}},
-      {"a foreign TPID is data",
-       [] { bcm_port_untagged_vlan_set(0, 2, 10); },
-       2,
-       Tagged(20, 0x9999),
-       {"1:[0x9999 20 p0]", "3:[0x8100 10 p0][0x9999 20 p0]"}},
+      {"a foreign TPID is data", [] { bcm_port_untagged_vlan_set(0, 2, 10); }, 2,
+       Tagged(20, 0x9999), {"1:[0x9999 20 p0]", "3:[0x8100 10 p0][0x9999 20 p0]"}},
       {"the broadcast group decides",
-       [] { bcm_multicast_egress_delete(0, 0x100000a, sim::LocalGport(3), 0x8003); },
-       1,
-       Frame{},
+       [] { bcm_multicast_egress_delete(0, 0x100000a, sim::LocalGport(3), 0x8003); }, 1, Frame{},
        {"2:[0x8100 10 p0]"}},
       {"group members outside the VLAN are pruned",
-       [] { bcm_vlan_gport_delete(0, 10, sim::LocalGport(3)); },
-       1,
-       Frame{},
-       {"2:[0x8100 10 p0]"}},
+       [] { bcm_vlan_gport_delete(0, 10, sim::LocalGport(3)); }, 1, Frame{}, {"2:[0x8100 10 p0]"}},
+      // clang-format on
       {"ingress translation on the second key after a miss on the first",
        [] {
          bcm_vlan_control_port_set(0, 2, bcmVlanPortTranslateKeyFirst,

@@ -30,15 +30,13 @@ const T& Pick(const T (&table)[N], uint8_t index) {
 
 // eth1/5 is on another module of the stack, eth1/9 and lag9 are unknown, VLAN 30 has no
 // replication group and VLAN 4000 is not on the chip.
-const limid_t kInterfaces[] = {sim::EthernetPort(1, 1),
-                               sim::EthernetPort(1, 2),
-                               sim::EthernetPort(1, 3),
-                               sim::EthernetPort(1, 4),
-                               sim::EthernetPort(1, 5),
-                               sim::EthernetPort(1, 9),
-                               sim::Lag(1),
-                               sim::Lag(2),
-                               sim::Lag(9)};
+// In the order of the Interface enumeration.
+// clang-format off
+const limid_t kInterfaces[] = {
+    sim::EthernetPort(1, 1), sim::EthernetPort(1, 2), sim::EthernetPort(1, 3),
+    sim::EthernetPort(1, 4), sim::EthernetPort(1, 5), sim::EthernetPort(1, 9),
+    sim::Lag(1),             sim::Lag(2),             sim::Lag(9)};
+// clang-format on
 const limid_t kLags[] = {sim::Lag(1), sim::Lag(2)};
 const int kTrunkIds[] = {5, 6};
 const unsigned short kVlans[] = {10, 20, 30, 4000}, kNativeVlans[] = {10, 20, 0, 4095, 4096};
