@@ -343,7 +343,6 @@ class ShellTest : public ::testing::Test {
   }
   void Keys(const std::string& keys) {
     Tmux("send-keys -t shell " + keys);
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
   }
   std::string Screen() {
     const std::string file = ::testing::TempDir() + socket_ + ".screen";
@@ -354,27 +353,41 @@ class ShellTest : public ::testing::Test {
   bool ShellRuns() {
     return Shell("pgrep -f '^" + std::string(HALBD_SIM_BINARY) + "$' >/dev/null") == 0;
   }
+  // The shell answers when the machine lets it: poll for up to 20 s rather than guess a delay.
+  template <typename Condition>
+  static bool Eventually(Condition holds) {
+    for (int tries = 0; tries < 400; ++tries, std::this_thread::sleep_for(kPoll))
+      if (holds())
+        return true;
+    return false;
+  }
+  bool ScreenShows(const std::string& text) {
+    return Eventually([&] { return Screen().find(text) != std::string::npos; });
+  }
+  static constexpr std::chrono::milliseconds kPoll{50};
 
   std::string socket_;
 };
 
 TEST_F(ShellTest, CompletesRecallsAbandonsAndEnds) {
+  ASSERT_TRUE(ScreenShows("halbd-sim>")) << Screen();
   Keys("'port eth1/1 local 1' Enter");
+  ASSERT_TRUE(ScreenShows("gport 0x4000001\nhalbd-sim>")) << Screen();
   Keys("addM Tab");
   // The screen is read without trailing blanks.
-  EXPECT_NE(Screen().find("halbd-sim> addMember\n"), std::string::npos) << Screen();
+  EXPECT_TRUE(ScreenShows("halbd-sim> addMember\n")) << Screen();
   Keys("C-c");
-  EXPECT_NE(Screen().find("halbd-sim> addMember ^C\nhalbd-sim>\n"), std::string::npos) << Screen();
+  EXPECT_TRUE(ScreenShows("halbd-sim> addMember ^C\nhalbd-sim>\n")) << Screen();
   EXPECT_TRUE(ShellRuns());
   Keys("Up");
-  EXPECT_NE(Screen().find("halbd-sim> port eth1/1 local 1\n"
-                          "  gport 0x4000001\n"
-                          "halbd-sim> addMember ^C\n"
-                          "halbd-sim> port eth1/1 local 1\n"),
-            std::string::npos)
+  EXPECT_TRUE(
+      ScreenShows("halbd-sim> port eth1/1 local 1\n"
+                  "  gport 0x4000001\n"
+                  "halbd-sim> addMember ^C\n"
+                  "halbd-sim> port eth1/1 local 1\n"))
       << Screen();
   Keys("C-u C-d");
-  EXPECT_FALSE(ShellRuns());
+  EXPECT_TRUE(Eventually([&] { return !ShellRuns(); }));
 }
 
 }  // namespace
