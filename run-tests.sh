@@ -33,8 +33,10 @@ for stage in "$@"; do
   esac
 done
 
+# procps (pgrep) and perl serve the shell's terminal test and the external-platform test: the
+# Debian image has them, a minimal one may not.
 host_packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils pkgconf dpkg-dev file lintian
-  libpcap-dev tcpdump libedit-dev nlohmann-json3-dev tmux)
+  libpcap-dev tcpdump libedit-dev nlohmann-json3-dev tmux procps perl)
 analysis_packages=(clang-tidy cppcheck)
 target_packages=(g++-powerpc-linux-gnu qemu-user googletest)
 
