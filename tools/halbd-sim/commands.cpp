@@ -60,16 +60,6 @@ std::vector<std::string> SecondWordsOf(const std::string& first) {
   return seconds;
 }
 
-std::string OrList(const std::vector<std::string>& words) {
-  std::string list;
-  for (size_t i = 0; i < words.size(); ++i) {
-    if (i > 0)
-      list += i + 1 == words.size() ? " or " : ", ";
-    list += words[i];
-  }
-  return list;
-}
-
 // Word-wraps text into lines of at most width columns, every line after the first indented.
 std::vector<std::string> Wrap(const std::string& text, size_t width, size_t indent) {
   std::vector<std::string> lines(1);

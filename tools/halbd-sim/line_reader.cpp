@@ -18,6 +18,16 @@ std::string Trim(const std::string& line) {
   return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
 }
 
+std::string OrList(const std::vector<std::string>& words) {
+  std::string list;
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (i > 0)
+      list += i + 1 == words.size() ? " or " : ", ";
+    list += words[i];
+  }
+  return list;
+}
+
 std::vector<std::string> SplitWords(const std::string& line) {
   std::istringstream stream(line.substr(0, line.find('#')));
   std::vector<std::string> words;

@@ -23,6 +23,9 @@ std::string Trim(const std::string& line);
 // The blank-separated words of a line, its comment ('#' to the end of the line) left out.
 std::vector<std::string> SplitWords(const std::string& line);
 
+// "a, b or c": the words as a message offers them.
+std::string OrList(const std::vector<std::string>& words);
+
 // Where the lines of a scenario or a shell session come from.
 class LineSource {
  public:

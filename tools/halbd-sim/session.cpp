@@ -31,13 +31,7 @@ std::string KindList(unsigned kinds) {
     names.push_back("a LAG");
   if (kinds & kBridgeDomain)
     names.push_back("a bridge domain");
-  std::string list;
-  for (size_t i = 0; i < names.size(); ++i) {
-    if (i > 0)
-      list += i + 1 == names.size() ? " or " : ", ";
-    list += names[i];
-  }
-  return list;
+  return OrList(names);
 }
 
 const char* Bool(bool value) {
