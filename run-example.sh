@@ -8,22 +8,9 @@ cd "$(dirname "$0")"
 
 build_dir=${BUILD_DIR:-build}
 scenario=${1:-examples/access-switch.scn}
-# The same set as run-tests.sh, so that both commands share one configured build directory.
-packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils)
-
-missing=()
-for package in "${packages[@]}"; do
-  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}" >&2
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "error: missing packages and not root; install them: ${missing[*]}" >&2
-    exit 1
-  fi
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
-fi
+# The build group of packages.txt, which run-tests.sh installs too: both commands share one
+# configured build directory, and the example's halbd-sim has line editing and captures.
+scripts/install-packages.sh build || exit 1
 
 # Build output goes to stderr, so that standard output is the scenario's alone.
 if [ ! -f "$build_dir/build.ninja" ]; then

@@ -33,55 +33,21 @@ for stage in "$@"; do
   esac
 done
 
-# procps (pgrep) and perl serve the shell's terminal test and the external-platform test: the
-# Debian image has them, a minimal one may not.
-host_packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils pkgconf dpkg-dev file lintian
-  libpcap-dev tcpdump libedit-dev nlohmann-json3-dev tmux procps perl)
-analysis_packages=(clang-tidy cppcheck)
-target_packages=(g++-powerpc-linux-gnu qemu-user googletest)
-
 summary=()
 passed=0
 failed=0
 section() { printf '\n== %s\n' "$*"; }
 
 # ---- Packages ------------------------------------------------------------------------------------
-missing_of() {
-  local package
-  for package in "$@"; do
-    dpkg -s "$package" >/dev/null 2>&1 || echo "$package"
-  done
-}
-
-apt_updated=0
-apt_install() {
-  [ $# -eq 0 ] && return 0
-  echo "Installing: $*"
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "not root: cannot install $*" >&2
-    return 1
-  fi
-  if [ $apt_updated -eq 0 ]; then
-    apt-get update -qq || return 1
-    apt_updated=1
-  fi
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" >/dev/null
-}
-
-# The host's tools are always needed (the analysis reads the host build); the target's may fail to
-# install, which only skips the target run.
-required=("${host_packages[@]}")
-[ $run_analysis -eq 1 ] && required+=("${analysis_packages[@]}")
-mapfile -t missing < <(missing_of "${required[@]}")
-if ! apt_install "${missing[@]}"; then
-  echo "error: missing packages; install them: ${missing[*]}" >&2
-  exit 1
-fi
+# The groups of packages.txt. The host's are always needed (the analysis reads the host build);
+# the target's may fail to install, which only skips the target run.
+required=(build tests)
+[ $run_analysis -eq 1 ] && required+=(analysis)
+scripts/install-packages.sh "${required[@]}" || exit 1
 
 target_skip_reason=""
 if [ $run_target -eq 1 ]; then
-  mapfile -t missing < <(missing_of "${target_packages[@]}")
-  apt_install "${missing[@]}" || true
+  scripts/install-packages.sh target || true
   for tool in powerpc-linux-gnu-g++ qemu-ppc; do
     command -v "$tool" >/dev/null || target_skip_reason+=" $tool"
   done
