@@ -101,7 +101,13 @@ expected_files() {
       echo "$lib/pkgconfig/hal-sim-platform.pc"
       echo "$lib/cmake/halbd/halbd-sim-targets.cmake"
       echo "$lib/cmake/halbd/halbd-sim-targets-$configuration.cmake"
-      for header in "$source_dir"/sim/include/sim/*.h; do echo "$include/sim/${header##*/}"; done ;;
+      for header in "$source_dir"/sim/include/sim/*.h; do echo "$include/sim/${header##*/}"; done
+      for guide in USING PITFALLS FRAME-WALK; do echo "$doc/$guide.md.gz"; done
+      for scenario in "$source_dir"/examples/*.scn; do echo "$doc/examples/${scenario##*/}"; done
+      for scenario in "$source_dir"/examples/pitfalls/*.scn; do
+        echo "$doc/examples/pitfalls/${scenario##*/}"
+      done
+      echo "$doc/examples/provider-edge-in.pcap" ;;
   esac
 }
 for package in $library $development $sim; do
@@ -126,8 +132,11 @@ root=$scratch/root
 for package in $library $development $sim; do
   dpkg-deb -x "$(deb_of "$package")" "$root"
 done
-"$root/usr/bin/halbd-sim" "$source_dir/examples/access-switch.scn" >/dev/null ||
-  fail "halbd-sim does not run from the unpacked packages"
+# The example the manual page names, from where the package puts it.
+"$root/usr/bin/halbd-sim" "$root/usr/share/doc/$sim/examples/access-switch.scn" >/dev/null ||
+  fail "halbd-sim does not run the packaged example from the unpacked packages"
+zcat "$root/usr/share/man/man1/halbd-sim.1.gz" | grep -q "/usr/share/doc/$sim/USING.md.gz" ||
+  fail "the manual page does not name the installed guide"
 "$source_dir/tests/install/consumer.sh" prefix "$root/usr" "$scratch/consumer" \
   "$example_dir" "$cxx" || fail "the API example does not build or run against the packages"
 
