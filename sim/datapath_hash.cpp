@@ -32,8 +32,11 @@ uint16_t TrunkHash(const MacAddress& dst, const MacAddress& src, uint16_t vlan) 
 std::optional<int> TrunkMemberOf(uint16_t hash, const std::set<int>& members) {
   if (members.empty())
     return std::nullopt;
+  // The CRC's low bits follow only some bits of each address byte; folding its high byte in
+  // lets every address bit move a small trunk's choice.
+  const unsigned folded = (hash ^ (hash >> 8)) & 0xffu;
   auto member = members.begin();
-  std::advance(member, hash % members.size());
+  std::advance(member, folded % members.size());
   return *member;
 }
 

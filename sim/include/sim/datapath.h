@@ -51,8 +51,8 @@ void AdvanceClock(int64_t seconds);
 // CRC-16/CCITT (polynomial 0x1021, initial value 0xffff) over the destination address, the
 // source address and the VLAN (two bytes, big-endian), in that order.
 uint16_t TrunkHash(const MacAddress& dst, const MacAddress& src, uint16_t vlan);
-// The member a frame of this hash leaves by: the hash modulo the member count indexes the members
-// in port order. Empty without members.
+// The member a frame of this hash leaves by: the hash's two bytes XORed together, modulo the
+// member count, index the members in port order. Empty without members.
 std::optional<int> TrunkMemberOf(uint16_t hash, const std::set<int>& members);
 
 // ---- Counters ---------------------------------------------------------------------------------
