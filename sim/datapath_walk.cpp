@@ -363,14 +363,16 @@ class Walker {
 
   // The member a trunk's copy leaves by, with the choice traced.
   std::optional<int> HashMember(int trunk, const std::set<int>& members) {
-    const uint16_t hash = TrunkHash(frame_.dst, frame_.src, Vlan());
-    const std::optional<int> member = TrunkMemberOf(hash, members);
+    const uint16_t flowHash = TrunkHash(frame_.dst, frame_.src, Vlan());
+    const std::optional<int> member = TrunkMemberOf(flowHash, members);
     if (member) {
       const auto index = std::distance(members.begin(), members.find(*member));
-      char note[64];
-      std::snprintf(note, sizeof note, ": hash 0x%04x, member %ld of %zu -> ", hash, index + 1,
-                    members.size());
-      hashSteps_.push_back(WalkStep{"trunk-hash", TrunkName(trunk) + note + PortName(*member)});
+      char hashText[8];
+      std::snprintf(hashText, sizeof hashText, "0x%04x", static_cast<unsigned>(flowHash));
+      hashSteps_.push_back(WalkStep{"trunk-hash", TrunkName(trunk) + ": hash " + hashText +
+                                                      ", member " + std::to_string(index + 1) +
+                                                      " of " + std::to_string(members.size()) +
+                                                      " -> " + PortName(*member)});
     }
     return member;
   }
