@@ -331,7 +331,7 @@ class Walker {
              mac + " moved from " + EntryPlace(learned.previous) + " to " + EntryPlace(here));
         break;
       default:
-        Step("learn", mac + " not learned (not an individual address)");
+        Step("learn", mac + " not learned (a group or all-zero address)");
         break;
     }
   }
