@@ -106,6 +106,45 @@ const std::map<std::string, std::string> kExamples = {
     {"source", "source examples/lag-uplink.scn"},
 };
 
+// Commands of two words that share their first: what the family does, and what its members are.
+struct Family {
+  const char* members;
+  const char* summary;
+  const char* example;
+};
+const std::map<std::string, Family> kFamilies = {
+    {"show",
+     {"tables",
+      "print a table of the chip's state or of what the library keeps: aligned text, or with "
+      "--json one JSON object; a filter keeps the rows of one interface or range of VLANs; help "
+      "show TABLE explains a table",
+      "show vlans 10-20"}},
+    {"chip",
+     {"switches", "switch a capability of the simulated chip on or off",
+      "chip packet-priority off"}},
+};
+
+// help FAMILY: its usage, what it does, and each member with its summary.
+std::string FamilyHelp(const std::string& first, const Family& family, size_t width) {
+  std::ostringstream out;
+  std::string synopsis;
+  std::vector<const Command*> members;
+  for (const Command& command : AllCommands()) {
+    const std::vector<std::string> words = NameWords(command.name);
+    if (words.size() == 2 && words[0] == first) {
+      members.push_back(&command);
+      synopsis = command.synopsis;
+    }
+  }
+  out << "usage: " << first << " <" << family.members << "> " << synopsis << '\n';
+  PrintWrapped(out, "", family.summary, 2, width);
+  out << family.members << ":\n";
+  for (const Command* member : members)
+    PrintWrapped(out, "  " + NameWords(member->name)[1], member->summary, 16, width);
+  out << "example: " << family.example << '\n';
+  return out.str();
+}
+
 // The argument names of a synopsis: "<id>", "[vlanId]", "on|off" and "RULE" give id, vlanId,
 // on|off and RULE.
 std::vector<std::string> ArgumentNames(const std::string& synopsis) {
@@ -119,6 +158,18 @@ std::vector<std::string> ArgumentNames(const std::string& synopsis) {
 }
 
 }  // namespace
+
+std::string HelpText(const std::vector<std::string>& words, size_t width) {
+  std::ostringstream out;
+  const auto family = words.size() == 1 ? kFamilies.find(Lower(words[0])) : kFamilies.end();
+  if (words.empty())
+    PrintHelp(out, width);
+  else if (family != kFamilies.end())
+    return FamilyHelp(family->first, family->second, width);
+  else
+    PrintCommandHelp(out, FindCommand(words, true));
+  return out.str();
+}
 
 void PrintCommandHelp(std::ostream& out, const Command& command) {
   out << "usage: " << Usage(command) << '\n';

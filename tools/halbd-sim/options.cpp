@@ -70,8 +70,9 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     options.path = argv[optind++];
   if (options.path == "help") {
     options.help = true;
-    if (optind < argc)
-      options.helpCommand = argv[optind++];
+    // "help show ports" names a command of two words, as in the shell.
+    for (; optind < argc; ++optind)
+      options.helpCommand += (options.helpCommand.empty() ? "" : " ") + std::string(argv[optind]);
   }
   if (optind < argc) {
     error = "unexpected argument '" + std::string(argv[optind]) + "'";

@@ -8,7 +8,7 @@ namespace halbdsim {
 
 struct Options {
   bool help = false;        // --help, or "help [COMMAND]" in place of the scenario
-  std::string helpCommand;  // the COMMAND of "help COMMAND"
+  std::string helpCommand;  // the COMMAND of "help COMMAND", its words blank-separated
   bool version = false;
   bool strict = false;       // non-zero exit when an operation failed or an expect did not hold
   bool json = false;         // show tables as JSON documents

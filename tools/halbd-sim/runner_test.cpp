@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -243,7 +244,9 @@ TEST_F(RunnerTest, AnExpectedFailureIsNotCountedUnderStrict) {
   EXPECT_EQ(session_.FailedExpects(), 1);
   std::ostringstream summary;
   EXPECT_EQ(FinishRun(session_, 0, true, summary), 1);
-  EXPECT_EQ(summary.str(), "halbd-sim: strict: 1 operation failed, 1 expect did not hold\n");
+  EXPECT_EQ(summary.str(),
+            "halbd-sim: strict: 1 operation failed, 1 expect did not hold:\n"
+            "  test.scn:6: SetTpid eth1/1 0x88a8 (result -1)\n  test.scn:7: expect result 0\n");
   EXPECT_EQ(FinishRun(session_, 0, false, summary), 0);
 }
 
@@ -252,25 +255,95 @@ TEST_F(RunnerTest, ARangeIsCheckedWholeBeforeAnyOfItRuns) {
                            "delMember vlan11-12 eth1/1\nvlan 12-14\nvlan 15\n"),
             1);
   EXPECT_EQ(err_.str(), "test.scn:6: VLAN 12 already exists on the chip\n");
+  // Each VLAN's result says which VLAN it is for.
+  EXPECT_NE(out_.str().find("> addMember vlan10-12 eth1/1 tagged\n  vlan10: result: 0\n"
+                            "  vlan11: result: 0\n  vlan12: result: 0\n"),
+            std::string::npos)
+      << out_.str();
   EXPECT_EQ(sim::chip().Vlans(), (std::vector<bcm_vlan_t>{10, 11, 12}));
   EXPECT_EQ(sim::chip().Vlan(10).members.size(), 1u);
   EXPECT_TRUE(sim::chip().Vlan(11).members.empty());
 }
 
-TEST_F(RunnerTest, ShowFiltersRowsAndGivesJsonByColumn) {
-  Run(kChecked + "vlan 20\nshow vlans 20 --json\nshow port-vlans eth1/2 --json\n");
-
-  const std::string out = out_.str();
-  const size_t vlans = out.find('{', out.find("> show vlans 20 --json"));
-  const size_t portVlans = out.find("> show port-vlans");
-  const nlohmann::json vlanRows = nlohmann::json::parse(out.substr(vlans, portVlans - vlans));
-  ASSERT_EQ(vlanRows.at("vlans").size(), 1u);
-  EXPECT_EQ(vlanRows["vlans"][0].at("vlan"), 20);
-  EXPECT_EQ(vlanRows["vlans"][0].at("untagged"), nlohmann::json::array());
-  const nlohmann::json portRows = nlohmann::json::parse(out.substr(out.find('{', portVlans)));
-  EXPECT_EQ(portRows, nlohmann::json::parse(R"({"port-vlans": [{"port": "eth1/2", "vlan": 10,
-                                                "tagging": "tagged", "native": false}]})"));
+// Whether each key of expected has its value in actual.
+bool Holds(const nlohmann::json& actual, const nlohmann::json& expected) {
+  for (const auto& [key, value] : expected.items()) {
+    if (!actual.contains(key) || actual[key] != value)
+      return false;
+  }
+  return true;
 }
+
+// Under --json every line is one object; each record type has its kind and typed values, and
+// says which line (and, in a range, which VLAN) it answers.
+class JsonTest : public RunnerTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(JsonTest, EveryRecordIsOneTypedObjectALineThatNamesItsLine) {
+  const bool quiet = GetParam();
+  session_.SetJson(true);
+  session_.SetQuiet(quiet);
+  Run(kChecked +
+      "RegisterClient 7 snoop  # follows membership\nvlan 20-21\n"
+      "addMember vlan20-21 eth1/2 tagged\nGetTpid eth1/1\nisMember vlan10 eth1/2\n"
+      "show vlans 20\nshow port-vlans eth1/2 --json\nexpect result -1\n\nhelp show\n");
+
+  std::vector<nlohmann::json> objects;
+  std::istringstream lines(out_.str());
+  for (std::string line; std::getline(lines, line);) {
+    ASSERT_NO_THROW(objects.push_back(nlohmann::json::parse(line))) << line;
+    ASSERT_TRUE(objects.back().is_object()) << line;
+  }
+  const nlohmann::json tag = {{"tpid", 0x8100}, {"vlan", 10}, {"pcp", 0}, {"dei", false}};
+  const struct {
+    const char* json;
+    bool quiet;  // also under --quiet
+  } records[] = {
+      {R"({"kind": "command", "file": "test.scn", "line": 1, "command": "port eth1/1 local 1"})",
+       false},
+      {R"({"kind": "port", "line": 1, "port": "eth1/1", "gport": 67108865})", false},
+      {R"({"kind": "vlan", "line": 2, "vlan": 10, "broadcast-group": 16777226})", false},
+      {R"({"kind": "result", "line": 4, "command": "addMember vlan10 eth1/1 untagged", "rc": 0})",
+       true},
+      {R"({"kind": "frame-copy", "line": 7, "port": "eth1/2", "frame": "[0x8100 10 p0]"})", true},
+      {R"({"kind": "command", "line": 8, "command": "RegisterClient 7 snoop"})", false},
+      {R"({"kind": "vlan", "line": 9, "vlan": 21, "broadcast-group": 16777237})", false},
+      {R"({"kind": "notification", "line": 10, "vlan": 21, "priority": 7, "client": "snoop",
+           "event": "vlan_add", "interface": "eth1/2", "tagged": true, "answer": true})",
+       false},
+      {R"({"kind": "result", "line": 10, "vlan": 20, "rc": 0})", true},
+      {R"({"kind": "result", "line": 10, "vlan": 21, "rc": 0})", true},
+      {R"({"kind": "result", "line": 11, "tpid": 33024})", true},
+      {R"({"kind": "result", "line": 12, "rc": 0, "member": true, "tagged": true,
+           "attributes": 0})",
+       true},
+      {R"({"kind": "table", "line": 14, "table": "port-vlans", "rows": [
+           {"port": "eth1/2", "vlan": 10, "tagging": "tagged", "native": false},
+           {"port": "eth1/2", "vlan": 20, "tagging": "tagged", "native": false},
+           {"port": "eth1/2", "vlan": 21, "tagging": "tagged", "native": false}]})",
+       true},
+      {R"({"kind": "expect-failed", "line": 15, "command": "expect result -1",
+           "message": "expect failed: result: expected -1, is 0"})",
+       true},
+      {R"({"kind": "help", "line": 17, "topic": "show"})", true},
+  };
+  for (const auto& record : records) {
+    const nlohmann::json expected = nlohmann::json::parse(record.json);
+    const bool found = std::any_of(objects.begin(), objects.end(),
+                                   [&](const nlohmann::json& o) { return Holds(o, expected); });
+    EXPECT_EQ(found, record.quiet || !quiet) << record.json;
+  }
+  const auto vlans = std::find_if(objects.begin(), objects.end(), [](const nlohmann::json& o) {
+    return o.value("table", "") == "vlans";
+  });
+  ASSERT_NE(vlans, objects.end());
+  EXPECT_EQ((*vlans)["rows"][0]["untagged"], nlohmann::json::array());
+  EXPECT_TRUE(std::any_of(objects.begin(), objects.end(), [&](const nlohmann::json& o) {
+    return o.value("kind", "") == "frame-copy" && o["tags"] == nlohmann::json::array({tag});
+  }));
+  EXPECT_EQ(err_.str(), "test.scn:15: expect failed: result: expected -1, is 0\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(AlsoQuiet, JsonTest, ::testing::Bool());
 
 TEST_F(RunnerTest, SourceRunsAFileThatStopsAtItsMistakeWhileTheShellGoesOn) {
   const std::string file = ::testing::TempDir() + "sourced.scn";

@@ -407,18 +407,24 @@ const std::vector<ShowTableKind>& ShowTableKinds() {
 }
 
 void PrintTable(Session& session, const Table& table, const ShowTableKind& kind, bool json) {
-  if (json) {
-    session.Out() << table.Json(kind.name) << '\n';
-    return;
-  }
-  // The trace reads as the calls themselves, without a header.
+  std::vector<std::string> lines;
   if (kind.key == KeyKind::Function) {
+    // The trace reads as the calls themselves, without a header.
     for (const auto& row : table.Rows())
-      session.Print(row[0]);
-    return;
+      lines.push_back(row[0]);
+  } else {
+    lines = table.Lines();
   }
-  for (const std::string& line : table.Lines())
-    session.Print(line);
+  Record document("table", Role::Document);
+  document.Set("table", kind.name).Set("rows", table.JsonRows());
+  if (json)
+    document.AsJsonInText();
+  // An empty trace prints no line at all.
+  if (!lines.empty())
+    document.Text(JoinLines(lines));
+  else
+    document.JsonOnly();
+  session.Emit(document);
 }
 
 Command Show(const ShowTableKind& kind) {

@@ -94,7 +94,7 @@ std::vector<std::string> Table::Lines() const {
   return lines;
 }
 
-std::string Table::Json(const std::string& name) const {
+nlohmann::ordered_json Table::JsonRows() const {
   nlohmann::ordered_json rows = nlohmann::ordered_json::array();
   for (const auto& row : rows_) {
     nlohmann::ordered_json object = nlohmann::ordered_json::object();
@@ -102,7 +102,7 @@ std::string Table::Json(const std::string& name) const {
       object[columns_[column].name] = CellValue(row[column], columns_[column].kind);
     rows.push_back(std::move(object));
   }
-  return nlohmann::ordered_json{{name, rows}}.dump(2);
+  return rows;
 }
 
 }  // namespace halbdsim

@@ -2,6 +2,7 @@
 #ifndef HALBD_SIM_TABLE_H
 #define HALBD_SIM_TABLE_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -29,8 +30,8 @@ class Table {
   // The header and the rows, each column as wide as its widest cell, two blanks apart, without
   // trailing blanks; "(none)" under the header of an empty table.
   std::vector<std::string> Lines() const;
-  // {"<name>": [{"<column>": value, ...}, ...]}, one object per row.
-  std::string Json(const std::string& name) const;
+  // [{"<column>": value, ...}, ...], one object per row.
+  nlohmann::ordered_json JsonRows() const;
 
   const std::vector<Column>& Columns() const { return columns_; }
   const std::vector<std::vector<std::string>>& Rows() const { return rows_; }
