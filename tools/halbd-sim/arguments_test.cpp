@@ -57,6 +57,7 @@ TEST(ParseOptions, ReadsTheOptionsAndNamesAnUnknownOne) {
       {{"-sqj"}, "strict quiet json -"},
       {{"--version"}, "version -"},
       {{"help", "addMember"}, "help:addMember help"},
+      {{"help", "show", "ports"}, "help:show ports help"},
       {{"-i", "-"}, "interactive -"},
       {{"-x"}, "unknown option '-x'"},
       {{"-qx"}, "unknown option '-x'"},

@@ -1,4 +1,5 @@
 // help COMMAND: what each argument of a command is, and an example line.
+#include <algorithm>
 #include <map>
 #include <sstream>
 
@@ -108,19 +109,20 @@ const std::map<std::string, std::string> kExamples = {
 
 // Commands of two words that share their first: what the family does, and what its members are.
 struct Family {
+  const char* member;
   const char* members;
   const char* summary;
   const char* example;
 };
 const std::map<std::string, Family> kFamilies = {
     {"show",
-     {"tables",
+     {"table", "tables",
       "print a table of the chip's state or of what the library keeps: aligned text, or with "
       "--json one JSON object; a filter keeps the rows of one interface or range of VLANs; help "
       "show TABLE explains a table",
       "show vlans 10-20"}},
     {"chip",
-     {"switches", "switch a capability of the simulated chip on or off",
+     {"switch", "switches", "switch a capability of the simulated chip on or off",
       "chip packet-priority off"}},
 };
 
@@ -136,11 +138,14 @@ std::string FamilyHelp(const std::string& first, const Family& family, size_t wi
       synopsis = command.synopsis;
     }
   }
-  out << "usage: " << first << " <" << family.members << "> " << synopsis << '\n';
+  size_t column = 0;
+  for (const Command* member : members)
+    column = std::max(column, NameWords(member->name)[1].size() + 4);
+  out << "usage: " << first << " <" << family.member << "> " << synopsis << '\n';
   PrintWrapped(out, "", family.summary, 2, width);
   out << family.members << ":\n";
   for (const Command* member : members)
-    PrintWrapped(out, "  " + NameWords(member->name)[1], member->summary, 16, width);
+    PrintWrapped(out, "  " + NameWords(member->name)[1], member->summary, column, width);
   out << "example: " << family.example << '\n';
   return out.str();
 }

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -355,26 +356,51 @@ TEST_F(RunnerTest, SourceRunsAFileThatStopsAtItsMistakeWhileTheShellGoesOn) {
   EXPECT_EQ(sim::chip().Vlans(), (std::vector<bcm_vlan_t>{10, 20, 40}));
 }
 
-TEST_F(RunnerTest, HelpExplainsACommandAndWrapsTheListToTheWidth) {
-  Run("help addmember\nhelp\n", true);
+// What a command line prints on its standard output.
+std::string OutputOf(const std::string& command) {
+  std::string output;
+  FILE* pipe = popen(command.c_str(), "r");  // NOLINT(cert-env33-c): the tool under test
+  char buffer[4096];
+  for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    output.append(buffer, n);
+  if (pipe != nullptr)
+    pclose(pipe);
+  return output;
+}
+
+TEST_F(RunnerTest, HelpExplainsACommandAFamilyAndWrapsTheListToTheWidth) {
+  Run("help addmember\nhelp show\nhelp\n", true);
 
   EXPECT_EQ(out_.str().rfind("usage: addMember <bridgeDomain> <intf> <tagged> [attributes]\n", 0),
             0u);
   EXPECT_NE(out_.str().find("example: addMember vlan10-20 eth1/1 tagged\n"), std::string::npos);
+  EXPECT_NE(out_.str().find("usage: show <table> [filter] [--json]\n"), std::string::npos);
+  EXPECT_NE(out_.str().find("tables:\n  ports         per declared port"), std::string::npos);
   std::istringstream lines(out_.str());
   for (std::string line; std::getline(lines, line);)
     EXPECT_LE(line.size(), 80u) << line;
+  // The command line explains a command of two words as the shell does.
+  EXPECT_EQ(OutputOf(std::string(HALBD_SIM_BINARY) + " help show ports"),
+            HelpText({"show", "ports"}, 80));
+  EXPECT_NE(HelpText({"show", "ports"}, 80).find("legend:\n"), std::string::npos);
 }
 
-TEST_F(RunnerTest, TabCompletesByPositionWithoutRegardToCase) {
+TEST_F(RunnerTest, TabCompletesOnlyWhatThePositionTakesWithoutRegardToCase) {
   Run(kPrelude + "lag lag3 3\n");
+  const std::string dir = ::testing::TempDir() + "complete" + std::to_string(getpid());
+  std::filesystem::create_directories(dir + "/d");
+  std::ofstream(dir + "/a.scn") << "";
+  std::ofstream(dir + "/b.pcap") << "";
   using Words = std::vector<std::string>;
   const struct {
-    const char* typed;
+    std::string typed;
     Words completions;
   } cases[] = {
       {"addm", {"addMember"}},
       {"show p", {"port-vlans", "ports"}},
+      {"show vlans ", {"--json", "10"}},
+      {"show ports --json ", {"eth1/1"}},
+      {"show lags eth", {}},
       {"SetTpid ", {"eth1/1", "lag3"}},
       {"memberAdded lag3 ", {"eth1/1"}},
       {"addMember v", {"vlan10"}},
@@ -383,10 +409,20 @@ TEST_F(RunnerTest, TabCompletesByPositionWithoutRegardToCase) {
       {"AddVlanMappingRule eth1/1 in", {"ingress"}},
       {"AddVlanMappingRule eth1/1 ingress match outer 10 re", {"replace", "replace-replace"}},
       {"help getM", {"getMembers"}},
+      {"frame eth1/1 ", {"--pcap", "--trace", "hex", "tag", "untagged"}},
+      {"frame eth1/1 tag 0x8100 10 ", {}},
+      {"frame eth1/1 tag 0x8100 10 0 ", {"--trace", "tag"}},
+      {"frame eth1/1 hex 01 ", {"--trace"}},
+      {"frame eth1/1 --pcap in.pcap ", {"--out", "--trace"}},
+      {"frame eth1/1 --pcap " + dir + "/b", {dir + "/b.pcap"}},
+      {"frame eth1/1 --pcap in.pcap --out " + dir + "/", {dir + "/d/"}},
+      {"source " + dir + "/", {dir + "/a.scn", dir + "/b.pcap", dir + "/d/"}},
+      {"save " + dir + "/A", {dir + "/a.scn"}},
       {"frobnicate ", {}},
   };
   for (const auto& c : cases)
     EXPECT_EQ(Completions(session_, c.typed), c.completions) << c.typed;
+  std::filesystem::remove_all(dir);
 }
 
 // The shell on a real terminal: tmux gives it a pseudo-terminal and types into it.
@@ -443,7 +479,7 @@ class ShellTest : public ::testing::Test {
 };
 
 TEST_F(ShellTest, CompletesRecallsAbandonsAndEnds) {
-  ASSERT_TRUE(ScreenShows("halbd-sim>")) << Screen();
+  ASSERT_TRUE(ScreenShows("Ctrl-D ends.\nhalbd-sim>")) << Screen();
   Keys("'port eth1/1 local 1' Enter");
   ASSERT_TRUE(ScreenShows("gport 0x4000001\nhalbd-sim>")) << Screen();
   Keys("addM Tab");
