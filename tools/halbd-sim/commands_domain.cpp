@@ -104,6 +104,7 @@ Action PrepareGetMembers(const Session& session, Arguments& args) {
     std::set<limid_t> members;
     const int rc = s.BridgeDomain().getMembers(bridgeDomain, members);
     std::vector<std::string> names;
+    names.reserve(members.size());
     for (const limid_t& member : members)
       names.push_back(sim::NameOf(member));
     return Session::Outcome{
