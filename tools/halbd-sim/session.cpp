@@ -186,16 +186,18 @@ void Session::RunOperation(const std::function<Outcome()>& operation) {
   for (const Record& record : outcome.records)
     Emit(record);
   lastResult_ = outcome.code;
-  lastFailureCounted_ = lastResult_ && *lastResult_ < 0;
-  if (lastFailureCounted_)
+  lastFailure_.reset();
+  if (lastResult_ && *lastResult_ < 0) {
+    lastFailure_ = failures_.size();
     failures_.push_back(
         Failure{place_.value_or(Place{}), false, "result " + std::to_string(*lastResult_)});
+  }
 }
 
 void Session::FailureExpected() {
-  if (lastFailureCounted_ && !failures_.empty())
-    failures_.pop_back();
-  lastFailureCounted_ = false;
+  if (lastFailure_)
+    failures_.erase(failures_.begin() + static_cast<std::ptrdiff_t>(*lastFailure_));
+  lastFailure_.reset();
 }
 
 void Session::ExpectFailed(const std::string& message) {

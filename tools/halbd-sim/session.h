@@ -167,7 +167,7 @@ class Session {
   bool json_ = false;
   size_t terminalWidth_ = 80;
   std::optional<int> lastResult_;
-  bool lastFailureCounted_ = false;
+  std::optional<size_t> lastFailure_;  // in failures_: the last operation's, while counted
   std::vector<Failure> failures_;
   std::optional<Place> place_;
   std::optional<unsigned> rangeVlan_;
