@@ -3,14 +3,15 @@
 #define HALBD_SIM_TABLE_H
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace halbdsim {
 
-// How a column's cells read in JSON: text as strings, "-" as null; numbers (decimal or 0x hex) as
-// numbers, "-" as null; lists (blank-separated words) as arrays, "-" as empty; flags ("yes" or "-")
-// as booleans; rule lists ("; "-separated) as arrays of strings.
+// How a column's cells given as text alone read in JSON: text as strings, "-" as null; numbers
+// (decimal or 0x hex) as numbers, "-" as null; lists (blank-separated words) as arrays, "-" as
+// empty; flags ("yes" or "-") as booleans; rule lists ("; "-separated) as arrays of strings.
 enum class ColumnKind { Text, Number, List, Flag, RuleList };
 
 struct Column {
@@ -22,11 +23,25 @@ struct Column {
   ColumnKind kind;
 };
 
+// A cell: the text the aligned table shows and the value JSON gives it. A cell of text alone
+// reads in JSON by its column's kind.
+struct Cell {
+  // Implicit, so that a row is written as a brace list of texts and {text, value} pairs.
+  // cppcheck-suppress noExplicitConstructor
+  Cell(std::string cellText) : text(std::move(cellText)) {}  // NOLINT(google-explicit-constructor)
+  // cppcheck-suppress noExplicitConstructor
+  Cell(const char* cellText) : text(cellText) {}  // NOLINT(google-explicit-constructor)
+  Cell(std::string cellText, nlohmann::ordered_json cellValue)
+      : text(std::move(cellText)), value(std::move(cellValue)) {}
+  std::string text;
+  std::optional<nlohmann::ordered_json> value;
+};
+
 class Table {
  public:
   explicit Table(std::vector<Column> columns);
   // A row of as many cells as there are columns.
-  void AddRow(std::vector<std::string> cells);
+  void AddRow(std::vector<Cell> cells);
   // The header and the rows, each column as wide as its widest cell, two blanks apart, without
   // trailing blanks; "(none)" under the header of an empty table.
   std::vector<std::string> Lines() const;
@@ -40,17 +55,22 @@ class Table {
   // Keeps the rows for which keep(row) holds.
   template <typename Keep>
   void KeepRows(Keep keep) {
-    std::vector<std::vector<std::string>> kept;
-    for (auto& row : rows_) {
-      if (keep(row))
-        kept.push_back(std::move(row));
+    size_t kept = 0;
+    for (size_t row = 0; row < rows_.size(); ++row) {
+      if (!keep(rows_[row]))
+        continue;
+      rows_[kept] = std::move(rows_[row]);
+      values_[kept++] = std::move(values_[row]);
     }
-    rows_ = std::move(kept);
+    rows_.resize(kept);
+    values_.resize(kept);
   }
 
  private:
   std::vector<Column> columns_;
   std::vector<std::vector<std::string>> rows_;
+  // Per row, the values of the cells that came typed.
+  std::vector<std::vector<std::optional<nlohmann::ordered_json>>> values_;
 };
 
 }  // namespace halbdsim
