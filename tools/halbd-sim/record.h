@@ -23,6 +23,14 @@ enum class Role {
   Document,  // tables and help: also under --quiet
 };
 
+// In which of the two renderings a record appears.
+enum class Rendering {
+  Both,
+  TextOnly,    // a blank line of the scenario
+  JsonOnly,    // a record that has no text (an empty trace prints no line at all)
+  JsonAlways,  // its JSON object in the text too (show TABLE --json)
+};
+
 class Record {
  public:
   Record(std::string kind, Role role) : kind_(std::move(kind)), role_(role) {}
@@ -48,19 +56,8 @@ class Record {
     indented_ = false;
     return *this;
   }
-  // A record only the text has (a blank line of the scenario).
-  Record& TextOnly() {
-    textOnly_ = true;
-    return *this;
-  }
-  // A record that has no text (an empty list printed as no line at all).
-  Record& JsonOnly() {
-    jsonOnly_ = true;
-    return *this;
-  }
-  // Rendered as its JSON object also in the text (show TABLE --json).
-  Record& AsJsonInText() {
-    jsonInText_ = true;
+  Record& RenderedIn(Rendering rendering) {
+    rendering_ = rendering;
     return *this;
   }
 
@@ -69,9 +66,7 @@ class Record {
   const std::string& TextForm() const { return text_; }
   const Json& Fields() const { return fields_; }
   bool Indented() const { return indented_; }
-  bool IsTextOnly() const { return textOnly_; }
-  bool IsJsonOnly() const { return jsonOnly_; }
-  bool JsonInText() const { return jsonInText_; }
+  Rendering GetRendering() const { return rendering_; }
 
  private:
   std::string kind_;
@@ -79,9 +74,7 @@ class Record {
   std::string text_;
   Json fields_ = Json::object();
   bool indented_ = true;
-  bool textOnly_ = false;
-  bool jsonOnly_ = false;
-  bool jsonInText_ = false;
+  Rendering rendering_ = Rendering::Both;
 };
 
 // The scenario line a record answers.

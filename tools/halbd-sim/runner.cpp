@@ -29,7 +29,7 @@ void Echo(Session& session, const std::string& line, bool command) {
   if (command)
     session.Emit(Record("command", Role::Echo).Unindented().Text("> " + Trim(line)));
   else if (Trim(line).empty())
-    session.Emit(Record("blank", Role::Echo).Unindented().TextOnly());
+    session.Emit(Record("blank", Role::Echo).Unindented().RenderedIn(Rendering::TextOnly));
   else
     session.Emit(Record("comment", Role::Echo).Unindented().Add("text", Trim(line)));
 }

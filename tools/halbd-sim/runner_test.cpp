@@ -140,10 +140,14 @@ TEST_F(RunnerTest, QuitStopsReading) {
 }
 
 TEST_F(RunnerTest, ShowTraceListsEachCallOnce) {
-  Run(kPrelude + "SetTpid eth1/1 0x88a8\nshow trace\nshow trace\n");
+  Run(kPrelude + "SetTpid eth1/1 0x88a8\nshow trace\nshow trace\nshow trace --json\n");
 
+  // An empty trace is no line of text, and an empty list in JSON.
   EXPECT_NE(out_.str().find("> show trace\n  bcm_port_tpid_set(0, 0x4000001, 0x88a8) = 0\n"
-                            "> show trace\n"),
+                            "> show trace\n> show trace --json\n"
+                            R"({"kind":"table","file":"test.scn","line":6,)"
+                            R"("command":"show trace --json","table":"trace","rows":[]})"
+                            "\n"),
             std::string::npos)
       << out_.str();
 }

@@ -271,8 +271,9 @@ void Session::Emit(const Record& record) {
   const Role role = record.GetRole();
   if (quiet_ && (role == Role::Echo || role == Role::Effect))
     return;
-  const bool asJson = json_ || record.JsonInText();
-  if (asJson ? record.IsTextOnly() : record.IsJsonOnly())
+  const Rendering rendering = record.GetRendering();
+  const bool asJson = json_ || rendering == Rendering::JsonAlways;
+  if (rendering == (asJson ? Rendering::TextOnly : Rendering::JsonOnly))
     return;
   out_ << (asJson ? JsonLine(JsonOf(record, place_, rangeVlan_)) : TextOf(record, rangeVlan_));
 }

@@ -418,13 +418,11 @@ void PrintTable(Session& session, const Table& table, const ShowTableKind& kind,
   }
   Record document("table", Role::Document);
   document.Set("table", kind.name).Set("rows", table.JsonRows());
+  document.Text(JoinLines(lines));
   if (json)
-    document.AsJsonInText();
-  // An empty trace prints no line at all.
-  if (!lines.empty())
-    document.Text(JoinLines(lines));
-  else
-    document.JsonOnly();
+    document.RenderedIn(Rendering::JsonAlways);
+  else if (lines.empty())  // an empty trace prints no line at all
+    document.RenderedIn(Rendering::JsonOnly);
   session.Emit(document);
 }
 
