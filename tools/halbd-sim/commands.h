@@ -86,6 +86,10 @@ std::string HelpText(const std::vector<std::string>& words, size_t width);
 // The table a show command prints (not the trace); none for another name.
 std::optional<Table> ShowTable(const Session& session, const std::string& name);
 
+// A table as aligned text under the command (the trace as its calls alone), or, with json or
+// the session's JSON mode, as one JSON object {"kind": "table", "table": name, "rows": [...]}.
+void PrintTable(Session& session, const std::string& name, const Table& table, bool json);
+
 // The words of a show table that need explaining (chip terms), as lines; empty for others.
 std::string ShowLegend(const std::string& commandName);
 

@@ -407,9 +407,11 @@ const std::vector<ShowTableKind>& ShowTableKinds() {
   return kinds;
 }
 
-void PrintTable(Session& session, const Table& table, const ShowTableKind& kind, bool json) {
+}  // namespace
+
+void PrintTable(Session& session, const std::string& name, const Table& table, bool json) {
   std::vector<std::string> lines;
-  if (kind.key == KeyKind::Function) {
+  if (name == "trace") {
     // The trace reads as the calls themselves, without a header.
     for (const auto& row : table.Rows())
       lines.push_back(row[0]);
@@ -417,7 +419,7 @@ void PrintTable(Session& session, const Table& table, const ShowTableKind& kind,
     lines = table.Lines();
   }
   Record document("table", Role::Document);
-  document.Set("table", kind.name).Set("rows", table.JsonRows());
+  document.Set("table", name).Set("rows", table.JsonRows());
   document.Text(JoinLines(lines));
   if (json)
     document.RenderedIn(Rendering::JsonAlways);
@@ -425,6 +427,8 @@ void PrintTable(Session& session, const Table& table, const ShowTableKind& kind,
     document.RenderedIn(Rendering::JsonOnly);
   session.Emit(document);
 }
+
+namespace {
 
 Command Show(const ShowTableKind& kind) {
   return {std::string("show ") + kind.name, "[filter] [--json]", kind.summary,
@@ -439,7 +443,7 @@ Command Show(const ShowTableKind& kind) {
               Table table = kind.build(s);
               if (filter)
                 table.KeepRows([&](const auto& row) { return Matches(table, row, *filter); });
-              PrintTable(s, table, kind, json || s.Json());
+              PrintTable(s, kind.name, table, json);
             };
           }};
 }
