@@ -105,7 +105,7 @@ TEST(Table, JsonKeysAreTheColumnsWithValuesOfTheirKind) {
                {"rules", ColumnKind::RuleList},
                {"prio", ColumnKind::Number}});
   table.AddRow({"eth1/1", "0x4000001", "10 20", "yes", "match outer 1 add; replace outer 2", "-"});
-  table.AddRow({"eth1/2", "7", "-", "-", "-", "3"});
+  table.AddRow(std::vector<std::string>{"eth1/2", "7", "-", "-", "-", "3"});
 
   EXPECT_EQ(nlohmann::json::parse(table.JsonRows().dump()), nlohmann::json::parse(R"([
       {"port": "eth1/1", "gport": 67108865, "vlans": ["10", "20"], "native": true,

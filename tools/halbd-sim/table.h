@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace halbdsim {
@@ -42,6 +43,11 @@ class Table {
   explicit Table(std::vector<Column> columns);
   // A row of as many cells as there are columns.
   void AddRow(std::vector<Cell> cells);
+  // A row built as texts alone; a brace list goes to the overload above.
+  template <typename Text, typename = std::enable_if_t<std::is_convertible_v<Text, std::string>>>
+  void AddRow(const std::vector<Text>& cells) {
+    AddRow(std::vector<Cell>(cells.begin(), cells.end()));
+  }
   // The header and the rows, each column as wide as its widest cell, two blanks apart, without
   // trailing blanks; "(none)" under the header of an empty table.
   std::vector<std::string> Lines() const;
