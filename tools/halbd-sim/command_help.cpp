@@ -134,8 +134,9 @@ std::string FamilyHelp(const std::string& first, const Family& family, size_t wi
   for (const Command& command : AllCommands()) {
     const std::vector<std::string> words = NameWords(command.name);
     if (words.size() == 2 && words[0] == first) {
+      if (members.empty())  // the family's own, such as show's [filter] [--json]
+        synopsis = command.synopsis;
       members.push_back(&command);
-      synopsis = command.synopsis;
     }
   }
   size_t column = 0;

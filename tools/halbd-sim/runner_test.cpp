@@ -290,7 +290,7 @@ TEST_P(JsonTest, EveryRecordIsOneTypedObjectALineThatNamesItsLine) {
   Run(kChecked +
       "RegisterClient 7 snoop  # follows membership\nvlan 20-21\n"
       "addMember vlan20-21 eth1/2 tagged\nGetTpid eth1/1\nisMember vlan10 eth1/2\n"
-      "show vlans 20\nshow port-vlans eth1/2 --json\nexpect result -1\n\nhelp show\n");
+      "show vlans 10-20\nshow port-vlans eth1/2 --json\nexpect result -1\n\nhelp show\n");
 
   std::vector<nlohmann::json> objects;
   std::istringstream lines(out_.str());
@@ -341,7 +341,9 @@ TEST_P(JsonTest, EveryRecordIsOneTypedObjectALineThatNamesItsLine) {
     return o.value("table", "") == "vlans";
   });
   ASSERT_NE(vlans, objects.end());
-  EXPECT_EQ((*vlans)["rows"][0]["untagged"], nlohmann::json::array());
+  ASSERT_EQ((*vlans)["rows"].size(), 2u);  // the filter keeps rows in their place
+  EXPECT_EQ((*vlans)["rows"][0]["untagged"], nlohmann::json::array({"eth1/1"}));
+  EXPECT_EQ((*vlans)["rows"][1]["untagged"], nlohmann::json::array());
   EXPECT_TRUE(std::any_of(objects.begin(), objects.end(), [&](const nlohmann::json& o) {
     return o.value("kind", "") == "frame-copy" && o["tags"] == nlohmann::json::array({tag});
   }));

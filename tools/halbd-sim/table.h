@@ -65,8 +65,12 @@ class Table {
     for (size_t row = 0; row < rows_.size(); ++row) {
       if (!keep(rows_[row]))
         continue;
-      rows_[kept] = std::move(rows_[row]);
-      values_[kept++] = std::move(values_[row]);
+      // A row kept in its place stays: moving a vector onto itself would empty it.
+      if (kept != row) {
+        rows_[kept] = std::move(rows_[row]);
+        values_[kept] = std::move(values_[row]);
+      }
+      ++kept;
     }
     rows_.resize(kept);
     values_.resize(kept);
