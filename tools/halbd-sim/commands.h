@@ -87,7 +87,7 @@ std::string HelpText(const std::vector<std::string>& words, size_t width);
 std::optional<Table> ShowTable(const Session& session, const std::string& name);
 
 // A table as aligned text under the command (the trace as its calls alone), or, with json or
-// the session's JSON mode, as one JSON object {"kind": "table", "table": name, "rows": [...]}.
+// the session's JSON mode, as one JSON object {"kind": "table", "table": name, name: [...]}.
 void PrintTable(Session& session, const std::string& name, const Table& table, bool json);
 
 // The words of a show table that need explaining (chip terms), as lines; empty for others.

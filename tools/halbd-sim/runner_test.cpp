@@ -146,7 +146,7 @@ TEST_F(RunnerTest, ShowTraceListsEachCallOnce) {
   EXPECT_NE(out_.str().find("> show trace\n  bcm_port_tpid_set(0, 0x4000001, 0x88a8) = 0\n"
                             "> show trace\n> show trace --json\n"
                             R"({"kind":"table","file":"test.scn","line":6,)"
-                            R"("command":"show trace --json","table":"trace","rows":[]})"
+                            R"("command":"show trace --json","table":"trace","trace":[]})"
                             "\n"),
             std::string::npos)
       << out_.str();
@@ -321,7 +321,7 @@ TEST_P(JsonTest, EveryRecordIsOneTypedObjectALineThatNamesItsLine) {
       {R"({"kind": "result", "line": 12, "rc": 0, "member": true, "tagged": true,
            "attributes": 0})",
        true},
-      {R"({"kind": "table", "line": 14, "table": "port-vlans", "rows": [
+      {R"({"kind": "table", "line": 14, "table": "port-vlans", "port-vlans": [
            {"port": "eth1/2", "vlan": 10, "tagging": "tagged", "native": false},
            {"port": "eth1/2", "vlan": 20, "tagging": "tagged", "native": false},
            {"port": "eth1/2", "vlan": 21, "tagging": "tagged", "native": false}]})",
@@ -341,9 +341,9 @@ TEST_P(JsonTest, EveryRecordIsOneTypedObjectALineThatNamesItsLine) {
     return o.value("table", "") == "vlans";
   });
   ASSERT_NE(vlans, objects.end());
-  ASSERT_EQ((*vlans)["rows"].size(), 2u);  // the filter keeps rows in their place
-  EXPECT_EQ((*vlans)["rows"][0]["untagged"], nlohmann::json::array({"eth1/1"}));
-  EXPECT_EQ((*vlans)["rows"][1]["untagged"], nlohmann::json::array());
+  ASSERT_EQ((*vlans)["vlans"].size(), 2u);  // the filter keeps rows in their place
+  EXPECT_EQ((*vlans)["vlans"][0]["untagged"], nlohmann::json::array({"eth1/1"}));
+  EXPECT_EQ((*vlans)["vlans"][1]["untagged"], nlohmann::json::array());
   EXPECT_TRUE(std::any_of(objects.begin(), objects.end(), [&](const nlohmann::json& o) {
     return o.value("kind", "") == "frame-copy" && o["tags"] == nlohmann::json::array({tag});
   }));

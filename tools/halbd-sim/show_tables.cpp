@@ -419,7 +419,8 @@ void PrintTable(Session& session, const std::string& name, const Table& table, b
     lines = table.Lines();
   }
   Record document("table", Role::Document);
-  document.Set("table", name).Set("rows", table.JsonRows());
+  // The rows under the table's own name, as {"vlans": [...]} has always read.
+  document.Set("table", name).Set(name, table.JsonRows());
   document.Text(JoinLines(lines));
   if (json)
     document.RenderedIn(Rendering::JsonAlways);
