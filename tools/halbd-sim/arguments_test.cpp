@@ -57,6 +57,7 @@ TEST(ParseOptions, ReadsTheOptionsAndNamesAnUnknownOne) {
       {{"-sqj"}, "strict quiet json -"},
       {{"--version"}, "version -"},
       {{"help", "addMember"}, "help:addMember help"},
+      {{"help", "show", "ports"}, "help:show ports help"},
       {{"-i", "-"}, "interactive -"},
       {{"-x"}, "unknown option '-x'"},
       {{"-qx"}, "unknown option '-x'"},
@@ -104,12 +105,12 @@ TEST(Table, JsonKeysAreTheColumnsWithValuesOfTheirKind) {
                {"rules", ColumnKind::RuleList},
                {"prio", ColumnKind::Number}});
   table.AddRow({"eth1/1", "0x4000001", "10 20", "yes", "match outer 1 add; replace outer 2", "-"});
-  table.AddRow({"eth1/2", "7", "-", "-", "-", "3"});
+  table.AddRow(std::vector<std::string>{"eth1/2", "7", "-", "-", "-", "3"});
 
-  EXPECT_EQ(nlohmann::json::parse(table.Json("ports")), nlohmann::json::parse(R"({"ports": [
+  EXPECT_EQ(nlohmann::json::parse(table.JsonRows().dump()), nlohmann::json::parse(R"([
       {"port": "eth1/1", "gport": 67108865, "vlans": ["10", "20"], "native": true,
        "rules": ["match outer 1 add", "replace outer 2"], "prio": null},
-      {"port": "eth1/2", "gport": 7, "vlans": [], "native": false, "rules": [], "prio": 3}]})"));
+      {"port": "eth1/2", "gport": 7, "vlans": [], "native": false, "rules": [], "prio": 3}])"));
 }
 
 }  // namespace

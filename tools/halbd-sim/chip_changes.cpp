@@ -6,48 +6,60 @@ namespace halbdsim {
 
 namespace {
 
-void Field(std::vector<std::string>& changes, const char* name, long long before, long long after,
+// What changed on a port: each change's text for people and its values under its field.
+struct Changes {
+  std::vector<std::string> texts;
+  Json values = Json::object();
+
+  void Add(const char* field, const std::string& text, Json value) {
+    texts.push_back(std::string(field) + " " + text);
+    values[field] = std::move(value);
+  }
+};
+
+void Field(Changes& changes, const char* name, long long before, long long after,
            bool hex = false) {
   if (before == after)
     return;
   auto text = [hex](long long value) {
     return hex ? Hex(static_cast<unsigned>(value)) : std::to_string(value);
   };
-  changes.push_back(std::string(name) + " " + text(before) + "->" + text(after));
+  changes.Add(name, text(before) + "->" + text(after), {{"from", before}, {"to", after}});
 }
 
-void Named(std::vector<std::string>& changes, const char* name, int before, int after,
+void Named(Changes& changes, const char* name, int before, int after,
            const std::vector<const char*>& names) {
   auto text = [&names](int value) {
     return value >= 0 && static_cast<size_t>(value) < names.size() ? std::string(names[value])
                                                                    : std::to_string(value);
   };
-  if (before != after)
-    changes.push_back(std::string(name) + " " + text(before) + "->" + text(after));
+  if (before != after) {
+    changes.Add(name, text(before) + "->" + text(after),
+                {{"from", text(before)}, {"to", text(after)}});
+  }
 }
 
 // VLANs in one map and not, or not alike, in the other.
-std::string VlanList(const std::map<unsigned, bool>& from, const std::map<unsigned, bool>& other,
-                     bool withTagging) {
+void VlanList(Changes& changes, const char* field, const std::map<unsigned, bool>& from,
+              const std::map<unsigned, bool>& other, bool withTagging) {
   std::string list;
+  Json values = Json::array();
   for (const auto& [vlan, untagged] : from) {
     const auto there = other.find(vlan);
     if (there != other.end() && there->second == untagged)
       continue;
     list += (list.empty() ? "" : ", ") + ("vlan" + std::to_string(vlan)) +
             (withTagging ? (untagged ? " untagged" : " tagged") : "");
+    values.push_back(withTagging ? Json{{"vlan", vlan}, {"tagged", !untagged}} : Json(vlan));
   }
-  return list;
+  if (!list.empty())
+    changes.Add(field, list, std::move(values));
 }
 
-std::vector<std::string> PortChanges(const PortSnapshot& a, const PortSnapshot& b) {
-  std::vector<std::string> changes;
-  const std::string left = VlanList(a.vlans, b.vlans, false);
-  const std::string joined = VlanList(b.vlans, a.vlans, true);
-  if (!left.empty())
-    changes.push_back("left " + left);
-  if (!joined.empty())
-    changes.push_back("joined " + joined);
+Changes PortChanges(const PortSnapshot& a, const PortSnapshot& b) {
+  Changes changes;
+  VlanList(changes, "left", a.vlans, b.vlans, false);
+  VlanList(changes, "joined", b.vlans, a.vlans, true);
   Field(changes, "native", a.state.untaggedVlan, b.state.untaggedVlan);
   Field(changes, "prio", a.state.untaggedPriority, b.state.untaggedPriority);
   Field(changes, "tpid", a.state.outerTpid, b.state.outerTpid, true);
@@ -57,8 +69,10 @@ std::vector<std::string> PortChanges(const PortSnapshot& a, const PortSnapshot& 
   Field(changes, "class", a.state.egressClass, b.state.egressClass);
   Field(changes, "ingress-rules", static_cast<long long>(a.ingressEntries),
         static_cast<long long>(b.ingressEntries));
-  if (a.state.keyFirst != b.state.keyFirst || a.state.keySecond != b.state.keySecond)
-    changes.push_back("lookup keys rewritten");
+  if (a.state.keyFirst != b.state.keyFirst || a.state.keySecond != b.state.keySecond) {
+    changes.texts.emplace_back("lookup keys rewritten");
+    changes.values["lookup-keys"] = "rewritten";
+  }
   return changes;
 }
 
@@ -86,24 +100,26 @@ std::map<std::string, PortSnapshot> SnapshotPorts(const Session& session) {
   return ports;
 }
 
-std::vector<std::string> DescribeChanges(const std::map<std::string, PortSnapshot>& before,
-                                         const std::map<std::string, PortSnapshot>& after) {
-  std::vector<std::string> lines;
+std::vector<Record> DescribeChanges(const std::map<std::string, PortSnapshot>& before,
+                                    const std::map<std::string, PortSnapshot>& after) {
+  std::vector<Record> records;
   for (const auto& [name, now] : after) {
     const auto was = before.find(name);
     if (was == before.end())
       continue;
-    const std::vector<std::string> changes = PortChanges(was->second, now);
-    if (changes.empty())
+    const Changes changes = PortChanges(was->second, now);
+    if (changes.texts.empty())
       continue;
-    std::string line = "changed " + name + ":";
-    for (size_t i = 0; i < changes.size(); ++i) {
-      line += i == 0 ? " " : "; ";
-      line += changes[i];
-    }
-    lines.push_back(line);
+    std::string text = ":";
+    for (size_t i = 0; i < changes.texts.size(); ++i)
+      text += (i == 0 ? " " : "; ") + changes.texts[i];
+    records.push_back(std::move(Record("change", Role::Effect)
+                                    .Text("changed ")
+                                    .Add("port", name)
+                                    .Text(text)
+                                    .Set("changes", changes.values)));
   }
-  return lines;
+  return records;
 }
 
 }  // namespace halbdsim

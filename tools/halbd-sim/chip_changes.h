@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "record.h"
 #include "session.h"
 #include "sim/sim_platform.h"
 
@@ -22,8 +23,8 @@ std::map<std::string, PortSnapshot> SnapshotPorts(const Session& session);
 
 // "changed eth1/47: left vlan30; joined vlan10 tagged; native 30->4095; ..." for each port that
 // changed, in name order.
-std::vector<std::string> DescribeChanges(const std::map<std::string, PortSnapshot>& before,
-                                         const std::map<std::string, PortSnapshot>& after);
+std::vector<Record> DescribeChanges(const std::map<std::string, PortSnapshot>& before,
+                                    const std::map<std::string, PortSnapshot>& after);
 
 }  // namespace halbdsim
 

@@ -1,4 +1,5 @@
 // help COMMAND: what each argument of a command is, and an example line.
+#include <algorithm>
 #include <map>
 #include <sstream>
 
@@ -118,6 +119,50 @@ const std::map<std::string, std::string> kExamples = {
     {"source", "source examples/lag-uplink.scn"},
 };
 
+// Commands of two words that share their first: what the family does, and what its members are.
+struct Family {
+  const char* member;
+  const char* members;
+  const char* summary;
+  const char* example;
+};
+const std::map<std::string, Family> kFamilies = {
+    {"show",
+     {"table", "tables",
+      "print a table of the chip's state or of what the library keeps: aligned text, or with "
+      "--json one JSON object; a filter keeps the rows of one interface or range of VLANs; help "
+      "show TABLE explains a table",
+      "show vlans 10-20"}},
+    {"chip",
+     {"switch", "switches", "switch a capability of the simulated chip on or off",
+      "chip packet-priority off"}},
+};
+
+// help FAMILY: its usage, what it does, and each member with its summary.
+std::string FamilyHelp(const std::string& first, const Family& family, size_t width) {
+  std::ostringstream out;
+  std::string synopsis;
+  std::vector<const Command*> members;
+  for (const Command& command : AllCommands()) {
+    const std::vector<std::string> words = NameWords(command.name);
+    if (words.size() == 2 && words[0] == first) {
+      if (members.empty())  // the family's own, such as show's [filter] [--json]
+        synopsis = command.synopsis;
+      members.push_back(&command);
+    }
+  }
+  size_t column = 0;
+  for (const Command* member : members)
+    column = std::max(column, NameWords(member->name)[1].size() + 4);
+  out << "usage: " << first << " <" << family.member << "> " << synopsis << '\n';
+  PrintWrapped(out, "", family.summary, 2, width);
+  out << family.members << ":\n";
+  for (const Command* member : members)
+    PrintWrapped(out, "  " + NameWords(member->name)[1], member->summary, column, width);
+  out << "example: " << family.example << '\n';
+  return out.str();
+}
+
 // The argument names of a synopsis: "<id>", "[vlanId]", "on|off" and "RULE" give id, vlanId,
 // on|off and RULE.
 std::vector<std::string> ArgumentNames(const std::string& synopsis) {
@@ -131,6 +176,18 @@ std::vector<std::string> ArgumentNames(const std::string& synopsis) {
 }
 
 }  // namespace
+
+std::string HelpText(const std::vector<std::string>& words, size_t width) {
+  std::ostringstream out;
+  const auto family = words.size() == 1 ? kFamilies.find(Lower(words[0])) : kFamilies.end();
+  if (words.empty())
+    PrintHelp(out, width);
+  else if (family != kFamilies.end())
+    return FamilyHelp(family->first, family->second, width);
+  else
+    PrintCommandHelp(out, FindCommand(words, true));
+  return out.str();
+}
 
 void PrintCommandHelp(std::ostream& out, const Command& command) {
   out << "usage: " << Usage(command) << '\n';

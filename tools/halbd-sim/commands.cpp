@@ -13,13 +13,15 @@ namespace halbdsim {
 namespace {
 
 Action PrepareHelp(const Session&, Arguments& args) {
-  if (args.Empty())
-    return [](Session& session) { PrintHelp(session.Out(), session.TerminalWidth()); };
   std::vector<std::string> words;
   while (!args.Empty())
     words.push_back(args.Take("command"));
-  const Command& command = FindCommand(words, true);
-  return [&command](Session& session) { PrintCommandHelp(session.Out(), command); };
+  HelpText(words, 80);  // an unknown command is a mistake of the line
+  return [words](Session& session) {
+    Record help("help", Role::Document);
+    help.Unindented().Set("topic", words.empty() ? Json() : Json(JoinWords(words)));
+    session.Emit(help.Add("text", HelpText(words, session.TerminalWidth())));
+  };
 }
 
 Action PrepareQuit(const Session&, Arguments& args) {
@@ -187,6 +189,17 @@ const std::vector<Command>& AllCommands() {
   return commands;
 }
 
+namespace {
+
+// The VLAN of one line of an expanded range: "vlan 11" or "addMember vlan11 ...".
+unsigned RangeVlanOf(const std::vector<std::string>& line) {
+  const std::string& word = line[1];
+  return static_cast<unsigned>(
+      std::stoul(Lower(word).rfind("vlan", 0) == 0 ? word.substr(4) : word));
+}
+
+}  // namespace
+
 std::vector<std::vector<std::string>> ExpandRanges(const std::vector<std::string>& words) {
   const std::string command = Lower(words[0]);
   size_t at = 0;
@@ -210,19 +223,25 @@ std::vector<std::vector<std::string>> ExpandRanges(const std::vector<std::string
 }
 
 Action PrepareLine(const Session& session, const std::vector<std::string>& words) {
-  std::vector<Action> actions;
+  const std::vector<std::vector<std::string>> lines = ExpandRanges(words);
+  const bool range = lines.size() != 1 || lines.front() != words;
+  std::vector<std::pair<unsigned, Action>> actions;
   // Every line of a range is checked before any of them runs.
-  for (const std::vector<std::string>& line : ExpandRanges(words)) {
+  for (const std::vector<std::string>& line : lines) {
     const Command& command = FindCommand(line, false);
     const size_t nameSize = NameWords(command.name).size();
     Arguments args(std::vector<std::string>(line.begin() + nameSize, line.end()));
-    actions.push_back(command.prepare(session, args));
+    actions.emplace_back(range ? RangeVlanOf(line) : 0, command.prepare(session, args));
   }
-  if (actions.size() == 1)
-    return actions.front();
+  if (!range)
+    return actions.front().second;
+  // Each VLAN's records say which VLAN they are for.
   return [actions](Session& s) {
-    for (const Action& action : actions)
+    for (const auto& [vlan, action] : actions) {
+      s.SetRangeVlan(vlan);
       action(s);
+    }
+    s.SetRangeVlan(std::nullopt);
   };
 }
 
@@ -251,17 +270,43 @@ Action Operation(std::function<Session::Outcome(Session&)> operation) {
       [operation](Session& session) { session.RunOperation([&] { return operation(session); }); };
 }
 
+Record ResultRecord(int rc) {
+  return std::move(Record("result", Role::Result).Text("result: ").Add("rc", rc));
+}
+
+Record ValueResult(const std::string& key, unsigned value, const std::string& text) {
+  return std::move(Record("result", Role::Result).Text("result: ").Add(key, value, text));
+}
+
 Session::Outcome Result(int rc) {
-  return {"result: " + std::to_string(rc)};
+  return {{ResultRecord(rc)}, rc};
 }
 
 Session::Outcome AnswerLines(const std::vector<sim::LagOrchestratorSim::Answer>& answers) {
-  Session::Outcome lines;
+  Session::Outcome outcome;
   for (const auto& answer : answers) {
-    lines.push_back("answer " + std::to_string(answer.priority) + " " + answer.name + ": " +
-                    (answer.handled ? "true" : "false"));
+    outcome.records.push_back(std::move(Record("answer", Role::Result)
+                                            .Text("answer ")
+                                            .Add("priority", answer.priority)
+                                            .Text(" ")
+                                            .Add("client", answer.name)
+                                            .Text(": ")
+                                            .Add("handled", answer.handled)));
+    // Every handler must take the event: one that answered false fails it.
+    outcome.code = (outcome.code.value_or(0) < 0 || !answer.handled) ? -1 : 0;
   }
-  return lines;
+  return outcome;
+}
+
+Record Warning(const std::string& text) {
+  return std::move(Record("warning", Role::Effect).Text("warning: ").Add("text", text));
+}
+
+std::string JoinWords(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words)
+    text += (text.empty() ? "" : " ") + word;
+  return text;
 }
 
 std::string Hex(unsigned value) {

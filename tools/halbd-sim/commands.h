@@ -81,6 +81,9 @@ void PrintWrapped(std::ostream& out, const std::string& head, const std::string&
 void PrintHelp(std::ostream& out, size_t width);
 // One command: usage, what it does, its arguments, an example.
 void PrintCommandHelp(std::ostream& out, const Command& command);
+// What "help WORDS" says: the list for none, a family such as "show" with its members, or one
+// command; ScenarioError for words that name none.
+std::string HelpText(const std::vector<std::string>& words, size_t width);
 
 // The table a show command prints (not the trace); none for another name.
 std::optional<Table> ShowTable(const Session& session, const std::string& name);
@@ -89,8 +92,8 @@ std::optional<Table> ShowTable(const Session& session, const std::string& name);
 Table FdbTable(const Session& session);
 Table PortCounterTable(const Session& session);
 Table VlanCounterTable(const Session& session);
-// A table as aligned text, or as one JSON object {"<name>": [...]} with json or the session's
-// JSON mode.
+// A table as aligned text under the command (the trace as its calls alone), or, with json or
+// the session's JSON mode, as one JSON object {"kind": "table", "table": name, "rows": [...]}.
 void PrintTable(Session& session, const std::string& name, const Table& table, bool json);
 
 // The words of a show table that need explaining (chip terms), as lines; empty for others.
@@ -102,11 +105,22 @@ extern const char* const kNamesHelp;
 // An action that runs one library operation through Session::RunOperation.
 Action Operation(std::function<Session::Outcome(Session&)> operation);
 
-// "result: <rc>".
+// "result: <rc>", to which a query adds its values.
+Record ResultRecord(int rc);
+// "result: <text>" for an operation whose outcome is a value rather than a code.
+Record ValueResult(const std::string& key, unsigned value, const std::string& text);
+// That record as the outcome, its code the rc.
 Session::Outcome Result(int rc);
 
-// "answer <priority> <name>: true|false" for each client that handled a LAG event.
+// "answer <priority> <name>: true|false" for each client that handled a LAG event; the code is
+// -1 when one answered false, none when none was told.
 Session::Outcome AnswerLines(const std::vector<sim::LagOrchestratorSim::Answer>& answers);
+
+// "warning: <text>", an effect: a line that does what was asked, perhaps not what was meant.
+Record Warning(const std::string& text);
+
+// The words, blank-separated.
+std::string JoinWords(const std::vector<std::string>& words);
 
 // "0x..." in lower case.
 std::string Hex(unsigned value);

@@ -15,10 +15,6 @@ const Choices kProperties = {{"dhcp", HAL_VLAN_PROPERTY_DHCP},
 const Choices kPropertyValues = {{"to-cpu", HAL_VLAN_PROP_DHCP_TO_CPU},
                                  {"drop", HAL_VLAN_PROP_DHCP_DROP}};
 
-const char* Bool(bool value) {
-  return value ? "true" : "false";
-}
-
 limid_t TakeBridgeDomain(const Session& session, Arguments& args) {
   return session.Resolve(args.Take("bridgeDomain"), "bridgeDomain", kBridgeDomain);
 }
@@ -77,9 +73,9 @@ Action PrepareIsMember(const Session& session, Arguments& args) {
     bool tagged = false;
     unsigned attributes = 0;
     const int rc = s.BridgeDomain().isMember(bridgeDomain, intf, member, tagged, attributes);
-    return Session::Outcome{"result: " + std::to_string(rc) + " member=" + Bool(member) +
-                            " tagged=" + Bool(tagged) +
-                            " attributes=" + std::to_string(attributes)};
+    Record result = ResultRecord(rc);
+    result.Text(" member=").Add("member", member).Text(" tagged=").Add("tagged", tagged);
+    return Session::Outcome{{result.Text(" attributes=").Add("attributes", attributes)}, rc};
   });
 }
 
@@ -97,7 +93,7 @@ Action PrepareGetNumMembers(const Session& session, Arguments& args) {
   return Operation([=](Session& s) {
     unsigned count = 0;
     const int rc = s.BridgeDomain().getNumMembers(bridgeDomain, count);
-    return Session::Outcome{"result: " + std::to_string(rc) + " count=" + std::to_string(count)};
+    return Session::Outcome{{ResultRecord(rc).Text(" count=").Add("count", count)}, rc};
   });
 }
 
@@ -107,10 +103,13 @@ Action PrepareGetMembers(const Session& session, Arguments& args) {
   return Operation([=](Session& s) {
     std::set<limid_t> members;
     const int rc = s.BridgeDomain().getMembers(bridgeDomain, members);
-    std::string names;
+    std::vector<std::string> names;
+    names.reserve(members.size());
     for (const limid_t& member : members)
-      names += (names.empty() ? "" : " ") + sim::NameOf(member);
-    return Session::Outcome{"result: " + std::to_string(rc) + " members={" + names + "}"};
+      names.push_back(sim::NameOf(member));
+    return Session::Outcome{
+        {ResultRecord(rc).Text(" members={").Add("members", names, JoinWords(names)).Text("}")},
+        rc};
   });
 }
 

@@ -25,10 +25,9 @@ Action LagEvent(
     const std::function<std::vector<sim::LagOrchestratorSim::Answer>(Session&)>& raise) {
   return Operation([raise](Session& s) {
     const auto before = SnapshotPorts(s);
-    Session::Outcome lines = AnswerLines(raise(s));
-    Session::Outcome changes = DescribeChanges(before, SnapshotPorts(s));
-    changes.insert(changes.end(), lines.begin(), lines.end());
-    return changes;
+    Session::Outcome answers = AnswerLines(raise(s));
+    Session::Outcome changes{DescribeChanges(before, SnapshotPorts(s)), std::nullopt};
+    return changes.Append(std::move(answers));
   });
 }
 

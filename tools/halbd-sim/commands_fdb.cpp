@@ -60,12 +60,18 @@ Action PrepareShowFdb(const Session& session, Arguments& args) {
   return [filter, json](Session& s) { PrintTable(s, "fdb", FilteredFdbTable(s, filter), json); };
 }
 
+std::string Entries(size_t count) {
+  return std::to_string(count) + (count == 1 ? " entry" : " entries");
+}
+
 Action PrepareFlush(const Session& session, Arguments& args) {
   const std::optional<sim::FdbMatch> filter = TakeFdbFilter(session, args);
   args.ExpectEnd();
   return [filter](Session& s) {
     const size_t flushed = sim::FlushFdb(filter.value_or(sim::FdbMatch{}));
-    s.Print("flushed " + std::to_string(flushed) + (flushed == 1 ? " entry" : " entries"));
+    s.Emit(Record("fdb-flushed", Role::Result)
+               .Text("flushed ")
+               .Add("entries", Json(flushed), Entries(flushed)));
   };
 }
 
@@ -76,7 +82,9 @@ void ReportAging(Session& session, Change change) {
   change();
   const size_t aged = before - sim::FdbEntries().size();
   if (aged > 0)
-    session.Print(std::to_string(aged) + (aged == 1 ? " entry" : " entries") + " aged out");
+    session.Emit(Record("fdb-aged", Role::Result)
+                     .Add("entries", Json(aged), Entries(aged))
+                     .Text(" aged out"));
 }
 
 Action PrepareAge(Arguments& args) {
@@ -96,15 +104,6 @@ Action PrepareWait(Arguments& args) {
 
 Table FdbTable(const Session& session) {
   return FilteredFdbTable(session, std::nullopt);
-}
-
-void PrintTable(Session& session, const std::string& name, const Table& table, bool json) {
-  if (json || session.Json()) {
-    session.Out() << table.Json(name) << '\n';
-    return;
-  }
-  for (const std::string& line : table.Lines())
-    session.Print(line);
 }
 
 std::vector<Command> FdbCommands() {

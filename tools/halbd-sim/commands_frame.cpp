@@ -102,25 +102,51 @@ sim::FrameWalk Walk(const Session& session, int port, const sim::Frame& frame) {
       [&session](int trunk) { return session.NameOfTrunk(trunk); });
 }
 
-// The outcome lines of a walk, each after prefix: with stages, each stage's decision first; then
-// the drop, or one line per copy followed by what showCopy adds, and the copy to the CPU.
+// A record of a walk's outcome; for the frames of a capture, "frame N: " and its number.
+Record WalkRecord(const char* kind, std::optional<size_t> index) {
+  Record record(kind, Role::Result);
+  if (index)
+    record.Text("frame ").Add("index", static_cast<long long>(*index)).Text(": ");
+  return record;
+}
+
+Json TagsOf(const sim::Frame& frame) {
+  Json tags = Json::array();
+  for (const sim::FrameTag& tag : frame.tags)
+    tags.push_back(
+        {{"tpid", tag.tpid}, {"vlan", tag.vlan}, {"pcp", tag.priority}, {"dei", tag.dei}});
+  return tags;
+}
+
+// The outcome of a walk: with stages, each stage's decision first; then the drop, or one record
+// per copy, to which showCopy may add, and the copy to the CPU.
 void PrintWalk(Session& session, const sim::FrameWalk& walk, bool stages,
-               const std::string& prefix = "",
-               const std::function<void(const sim::FrameCopy&)>& showCopy = nullptr) {
-  for (size_t i = 0; stages && i < walk.steps.size(); ++i)
-    session.Print(prefix + walk.steps[i].stage + ": " + walk.steps[i].note);
+               std::optional<size_t> index = std::nullopt,
+               const std::function<void(const sim::FrameCopy&, Record&)>& showCopy = nullptr) {
+  for (size_t i = 0; stages && i < walk.steps.size(); ++i) {
+    session.Emit(WalkRecord("frame-stage", index)
+                     .Add("stage", walk.steps[i].stage)
+                     .Text(": ")
+                     .Add("note", walk.steps[i].note));
+  }
   if (walk.dropped) {
-    session.Print(prefix + "dropped at " + walk.dropStage + ": " + walk.dropReason);
+    session.Emit(WalkRecord("frame-dropped", index)
+                     .Text("dropped at ")
+                     .Add("stage", walk.dropStage)
+                     .Text(": ")
+                     .Add("reason", walk.dropReason));
     return;
   }
   for (const sim::FrameCopy& copy : walk.copies) {
-    session.Print(prefix + "to " + session.NameOfChipPort(copy.port) + ": " +
-                  sim::FormatFrame(copy.frame));
+    Record record = WalkRecord("frame-copy", index);
+    record.Text("to ").Add("port", session.NameOfChipPort(copy.port)).Text(": ");
+    record.Add("frame", sim::FormatFrame(copy.frame)).Set("tags", TagsOf(copy.frame));
     if (showCopy)
-      showCopy(copy);
+      showCopy(copy, record);
+    session.Emit(record);
   }
   if (!walk.cpuReason.empty())
-    session.Print(prefix + "to cpu: " + walk.cpuReason);
+    session.Emit(WalkRecord("frame-cpu", index).Text("to cpu: ").Add("reason", walk.cpuReason));
 }
 
 // A frame's own tags are found by the TPIDs known everywhere and by the receiving port's.
@@ -145,8 +171,9 @@ Action PrepareHexFrame(int port, Arguments& args) {
   return [=](Session& s) {
     const sim::FrameWalk walk = Walk(s, port, arrived.frame);
     s.RememberWalk(walk);
-    PrintWalk(s, walk, stages, "", [&](const sim::FrameCopy& copy) {
-      s.Print("  " + HexText(EncodeCopy(arrived, copy.frame), copy.frame.tags.size()));
+    PrintWalk(s, walk, stages, std::nullopt, [&](const sim::FrameCopy& copy, Record& record) {
+      record.Text("\n  ").Add("bytes",
+                              HexText(EncodeCopy(arrived, copy.frame), copy.frame.tags.size()));
     });
   };
 }
@@ -165,22 +192,24 @@ std::map<int, std::vector<CapturedFrame>> WalkCapture(Session& session, int port
   std::map<int, std::vector<CapturedFrame>> leaving;
   for (size_t i = 0; i < frames.size(); ++i) {
     const CapturedFrame& captured = frames[i];
-    const std::string prefix = "frame " + std::to_string(i + 1) + ": ";
+    auto refuse = [&](const std::string& reason) {
+      session.Emit(WalkRecord("frame-refused", i + 1).Text("refused: ").Add("reason", reason));
+    };
     if (captured.originalLength > captured.bytes.size()) {
-      session.Print(prefix + "refused: the capture holds " + std::to_string(captured.bytes.size()) +
-                    " of its " + std::to_string(captured.originalLength) + " bytes");
+      refuse("the capture holds " + std::to_string(captured.bytes.size()) + " of its " +
+             std::to_string(captured.originalLength) + " bytes");
       continue;
     }
     EthernetFrame arrived;
     try {
       arrived = DecodeFrame(captured.bytes, PortTpids(port));
     } catch (const ScenarioError& error) {
-      session.Print(prefix + "refused: " + error.what());
+      refuse(error.what());
       continue;
     }
     const sim::FrameWalk walk = Walk(session, port, arrived.frame);
     session.RememberWalk(walk);
-    PrintWalk(session, walk, stages, prefix, [&](const sim::FrameCopy& copy) {
+    PrintWalk(session, walk, stages, i + 1, [&](const sim::FrameCopy& copy, Record&) {
       CapturedFrame out = captured;
       out.bytes = EncodeCopy(arrived, copy.frame);
       out.originalLength = out.bytes.size();
@@ -207,12 +236,14 @@ Action PrepareCapture(int port, Arguments& args) {
     for (const auto& [egress, copies] : leaving) {
       const std::string file = CaptureFileOf(directory, s.NameOfChipPort(egress));
       const std::string failure = made ? made.message() : WriteCapture(file, copies);
-      std::string line = (failure.empty() ? "wrote " : "cannot write ") + file + ": ";
+      Record written("capture", Role::Result);
+      written.Text(failure.empty() ? "wrote " : "cannot write ").Add("file", file).Text(": ");
       if (!failure.empty())
-        line += failure;
+        written.Add("error", failure);
       else
-        line += std::to_string(copies.size()) + (copies.size() == 1 ? " frame" : " frames");
-      s.Print(line);
+        written.Add("frames", Json(copies.size()),
+                    std::to_string(copies.size()) + (copies.size() == 1 ? " frame" : " frames"));
+      s.Emit(written);
     }
   };
 }

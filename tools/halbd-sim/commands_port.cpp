@@ -84,9 +84,11 @@ Action PrepareGetTpid(const Session& session, Arguments& args) {
   const limid_t id = TakeInterface(session, args, "id");
   args.ExpectEnd();
   return Operation([=](Session&) {
+    const unsigned tpid = GetTpid(id);
     char text[16];
-    std::snprintf(text, sizeof text, "0x%04x", GetTpid(id));
-    return Session::Outcome{std::string("result: ") + text};
+    std::snprintf(text, sizeof text, "0x%04x", tpid);
+    // A value, not a code: expect result does not read it.
+    return Session::Outcome{{ValueResult("tpid", tpid, text)}, std::nullopt};
   });
 }
 
@@ -112,7 +114,7 @@ Command RuleCommand(const std::string& name, const std::string& summary,
             });
             return [warnings, run](Session& s) {
               for (const std::string& warning : warnings)
-                s.Print(warning);
+                s.Emit(Warning(warning));
               run(s);
             };
           }};

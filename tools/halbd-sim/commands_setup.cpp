@@ -111,12 +111,14 @@ Action PreparePort(const Session& session, Arguments& args) {
     RefuseSharedGport(session, *gport);
   return [=](Session& s) {
     s.Declare(port, DeclaredInterface{gport, -1});
+    Record declared("port", Role::Effect);
+    declared.Set("port", sim::NameOf(port));
     if (!gport) {
-      s.Print("no gport: in no identifier table");
+      s.Emit(declared.Add("gport", Json(), "no gport: in no identifier table"));
       return;
     }
     sim::common().AddPort(port, *gport);
-    s.Print("gport " + Hex(static_cast<unsigned>(*gport)));
+    s.Emit(declared.Text("gport ").AddHex("gport", static_cast<unsigned>(*gport)));
   };
 }
 
@@ -132,7 +134,11 @@ Action PrepareLag(const Session& session, Arguments& args) {
   return [=](Session& s) {
     s.Declare(lag, DeclaredInterface{sim::TrunkGport(trunkId), trunkId});
     sim::common().AddLag(lag, trunkId);
-    s.Print("gport " + Hex(static_cast<unsigned>(sim::TrunkGport(trunkId))));
+    s.Emit(Record("lag", Role::Effect)
+               .Set("lag", sim::NameOf(lag))
+               .Set("trunk", trunkId)
+               .Text("gport ")
+               .AddHex("gport", static_cast<unsigned>(sim::TrunkGport(trunkId))));
     s.RunOperation([&] { return AnswerLines(s.LagOrchestrator().CreateLag(lag)); });
   };
 }
@@ -152,13 +158,18 @@ Action PrepareVlan(const Session&, Arguments& args) {
   }
   return [=](Session& s) {
     if (vlan == kReservedVlan) {
-      s.Print(
-          "warning: VLAN 4095 is reserved by 802.1Q; the library also writes it as the "
-          "untagged VLAN of a port without a native VLAN");
+      s.Emit(
+          Warning("VLAN 4095 is reserved by 802.1Q; the library also writes it as the "
+                  "untagged VLAN of a port without a native VLAN"));
     }
     const bcm_multicast_t group = sim::chip().CreateVlan(vlan, withGroup);
-    s.Print(group != 0 ? "broadcast group " + Hex(static_cast<unsigned>(group))
-                       : "no broadcast group");
+    Record created("vlan", Role::Effect);
+    created.Set("vlan", unsigned{vlan});
+    if (group != 0)
+      created.Text("broadcast group ").AddHex("broadcast-group", static_cast<unsigned>(group));
+    else
+      created.Add("broadcast-group", Json(), "no broadcast group");
+    s.Emit(created);
   };
 }
 

@@ -113,7 +113,9 @@ class EditLineReader : public LineSource {
         before.find_last_of(" \t") == std::string::npos ? 0 : before.find_last_of(" \t") + 1;
     const std::string typed = before.substr(start);
     // Matching ignores case, so the typed part is replaced by the candidates' own spelling.
-    std::string replacement = matches.size() == 1 ? matches[0] + " " : CommonPrefix(matches);
+    // A directory is completed into, not past.
+    const bool whole = matches.size() == 1 && matches[0].back() != '/';
+    std::string replacement = whole ? matches[0] + " " : CommonPrefix(matches);
     if (replacement.size() > typed.size() || (matches.size() == 1)) {
       el_deletestr(editLine, static_cast<int>(typed.size()));
       el_insertstr(editLine, replacement.c_str());

@@ -51,9 +51,4 @@ bool LineReader::Next(std::string& line) {
   return true;
 }
 
-void ReportError(std::ostream& err, const std::string& source, int line,
-                 const std::string& message) {
-  err << source << ':' << line << ": " << message << std::endl;
-}
-
 }  // namespace halbdsim

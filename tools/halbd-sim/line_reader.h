@@ -53,10 +53,6 @@ class LineReader : public LineSource {
   int lineNumber_ = 0;
 };
 
-// Writes "FILE:LINE: message" and a newline.
-void ReportError(std::ostream& err, const std::string& source, int line,
-                 const std::string& message);
-
 }  // namespace halbdsim
 
 #endif  // HALBD_SIM_LINE_READER_H

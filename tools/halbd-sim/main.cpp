@@ -31,13 +31,10 @@ size_t TerminalWidth() {
 }
 
 int Help(const halbdsim::Options& options) {
-  if (options.helpCommand.empty()) {
+  if (options.helpCommand.empty())
     std::cout << halbdsim::kUsage << '\n';
-    halbdsim::PrintHelp(std::cout, TerminalWidth());
-    return 0;
-  }
   try {
-    halbdsim::PrintCommandHelp(std::cout, halbdsim::FindCommand({options.helpCommand}, false));
+    std::cout << halbdsim::HelpText(halbdsim::NameWords(options.helpCommand), TerminalWidth());
   } catch (const halbdsim::ScenarioError& error) {
     std::cerr << "halbd-sim: " << error.what() << '\n';
     return kUsageError;
@@ -78,6 +75,12 @@ int main(int argc, char** argv) {
   session.SetJson(options.json);
   session.SetTerminalWidth(TerminalWidth());
   std::unique_ptr<halbdsim::LineSource> reader;
+  // A newcomer at the prompt learns where help is; JSON output stays objects only.
+  if (terminal && !options.json) {
+    std::cout << "halbd-sim " HALBD_VERSION
+                 ": 'help' lists the commands, 'help COMMAND' explains one; Tab completes, "
+                 "Ctrl-D ends.\n";
+  }
   if (terminal)
     reader = halbdsim::TerminalReader(session);
   else if (options.path == "-")

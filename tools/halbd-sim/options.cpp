@@ -6,13 +6,13 @@ namespace halbdsim {
 
 const char* const kUsage =
     "usage: halbd-sim [OPTIONS] [SCENARIO | -]\n"
-    "       halbd-sim help [COMMAND]\n"
+    "       halbd-sim help [COMMAND]  (e.g. help show ports)\n"
     "Runs a scenario file, or standard input. On a terminal, or with -i, it is an\n"
     "interactive shell: line editing, history, Tab completion; a mistake is reported,\n"
     "not fatal.\n"
     "  -s, --strict   exit status 1 when an operation failed or an expect did not hold\n"
-    "  -j, --json     show tables as JSON documents, one per command\n"
-    "  -q, --quiet    results and tables only: no echo of commands, no log lines\n"
+    "  -j, --json     JSON Lines: everything said is one JSON object a line\n"
+    "  -q, --quiet    results, tables and help only: no echo, no effects\n"
     "  -i             interactive even when standard input is not a terminal\n"
     "  -h, --help     this text\n"
     "  -V, --version  the version\n";
@@ -70,8 +70,9 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     options.path = argv[optind++];
   if (options.path == "help") {
     options.help = true;
-    if (optind < argc)
-      options.helpCommand = argv[optind++];
+    // "help show ports" names a command of two words, as in the shell.
+    for (; optind < argc; ++optind)
+      options.helpCommand += (options.helpCommand.empty() ? "" : " ") + std::string(argv[optind]);
   }
   if (optind < argc) {
     error = "unexpected argument '" + std::string(argv[optind]) + "'";

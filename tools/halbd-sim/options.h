@@ -8,11 +8,11 @@ namespace halbdsim {
 
 struct Options {
   bool help = false;        // --help, or "help [COMMAND]" in place of the scenario
-  std::string helpCommand;  // the COMMAND of "help COMMAND"
+  std::string helpCommand;  // the COMMAND of "help COMMAND", its words blank-separated
   bool version = false;
   bool strict = false;       // non-zero exit when an operation failed or an expect did not hold
-  bool json = false;         // show tables as JSON documents
-  bool quiet = false;        // results and tables only: no echo, no effects
+  bool json = false;         // JSON Lines: every record one object a line
+  bool quiet = false;        // results, tables and help only: no echo, no effects
   bool interactive = false;  // -i: a shell even when standard input is not a terminal
   std::string path = "-";    // the scenario; "-" for standard input
 };

@@ -70,12 +70,12 @@ Operation ParseOperation(Arguments& args) {
 std::vector<std::string> Warnings(const vlanxlate::VlanMapping& rule, bool hasActionOuter) {
   const auto value = static_cast<uint32_t>(rule.operation);
   if (value > static_cast<uint32_t>(Operation::ReplaceReplace)) {
-    return {"warning: operation " + std::to_string(value) +
+    return {"operation " + std::to_string(value) +
             " is none the library knows: the rule is installed without tag actions and does "
             "nothing"};
   }
   if (rule.operation != Operation::Unknown && !hasActionOuter)
-    return {"warning: the rule gives no outer tag to write: it writes VLAN 0"};
+    return {"the rule gives no outer tag to write: it writes VLAN 0"};
   return {};
 }
 

@@ -14,11 +14,24 @@ namespace {
 // A file that sources itself, directly or not, would never end.
 constexpr size_t kMaxSourceDepth = 16;
 
-void Report(std::ostream& err, const LineSource& reader, bool plain, const std::string& message) {
-  if (plain)
-    err << message << std::endl;
+// A mistake of a line, or an expect that did not hold: "FILE:LINE: message" in a batch run, the
+// plain message in the shell.
+void Report(Session& session, std::ostream& err, const LineSource& reader, bool plain,
+            const char* kind, const std::string& message) {
+  Record record(kind, Role::Result);
+  if (!plain)
+    record.Text(reader.SourceName() + ":" + std::to_string(reader.LineNumber()) + ": ");
+  session.EmitError(err, record.Add("message", message));
+}
+
+// A line of the scenario as it is read: "> command", or a comment or blank line as it is.
+void Echo(Session& session, const std::string& line, bool command) {
+  if (command)
+    session.Emit(Record("command", Role::Echo).Unindented().Text("> " + Trim(line)));
+  else if (Trim(line).empty())
+    session.Emit(Record("blank", Role::Echo).Unindented().RenderedIn(Rendering::TextOnly));
   else
-    ReportError(err, reader.SourceName(), reader.LineNumber(), message);
+    session.Emit(Record("comment", Role::Echo).Unindented().Add("text", Trim(line)));
 }
 
 // A scenario file being read by "source", with the stream it owns.
@@ -54,6 +67,12 @@ std::string Counted(int count, const char* what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+// The place of the line just read, its command without the comment; "<stdin>" lines of the
+// shell count from its start.
+Place PlaceOf(const LineSource& source, const std::string& line) {
+  return Place{source.SourceName(), source.LineNumber(), JoinWords(SplitWords(line))};
+}
+
 }  // namespace
 
 int RunScenario(Session& session, LineSource& reader, bool interactive, std::ostream& err) {
@@ -76,9 +95,10 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       continue;
     }
     const std::vector<std::string> words = SplitWords(line);
+    session.SetPlace(PlaceOf(current, line));
     if (words.empty()) {
       if (echo)
-        session.Out() << Trim(line) << '\n';
+        Echo(session, line, false);
       continue;
     }
     Action action;
@@ -86,13 +106,12 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       if (Lower(words[0]) == "source") {
         sourced.push_back(OpenSource(words, sourced.size()));
         if (echo)
-          session.Out() << "> " << Trim(line) << '\n';
+          Echo(session, line, true);
         continue;
       }
       action = PrepareLine(session, words);
     } catch (const ScenarioError& error) {
-      session.Out().flush();
-      Report(err, current, !batch, error.what());
+      Report(session, err, current, !batch, "error", error.what());
       status = 1;
       if (!interactive)
         break;
@@ -100,26 +119,43 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       continue;
     }
     if (echo)
-      session.Out() << "> " << Trim(line) << '\n';
+      Echo(session, line, true);
     try {
       action(session);
     } catch (const ExpectationFailed& failure) {
-      session.ExpectFailed();
-      session.Out().flush();
-      Report(err, current, !batch, failure.what());
+      session.SetRangeVlan(std::nullopt);
+      session.ExpectFailed(failure.what());
+      Report(session, err, current, !batch, "expect-failed", failure.what());
     }
     session.Out().flush();
   }
+  session.SetPlace(std::nullopt);
   return status;
 }
 
-int FinishRun(const Session& session, int status, bool strict, std::ostream& err) {
+int FinishRun(Session& session, int status, bool strict, std::ostream& err) {
   const int failures = session.UnexpectedFailures();
   const int expects = session.FailedExpects();
   if (!strict || (failures == 0 && expects == 0))
     return status;
-  err << "halbd-sim: strict: " << Counted(failures, "operation") << " failed, "
-      << Counted(expects, "expect") << " did not hold" << std::endl;
+  session.SetPlace(std::nullopt);
+  Record summary("strict", Role::Result);
+  summary.Text("halbd-sim: strict: ")
+      .Add("operations-failed", failures, Counted(failures, "operation"));
+  summary.Text(" failed, ").Add("expects-failed", expects, Counted(expects, "expect"));
+  summary.Text(" did not hold:");
+  Json lines = Json::array();
+  for (const Session::Failure& failure : session.Failures()) {
+    const Place& place = failure.place;
+    summary.Text("\n  " + place.file + ":" + std::to_string(place.line) + ": " + place.command);
+    if (!failure.expect)
+      summary.Text(" (" + failure.what + ")");
+    lines.push_back({{"file", place.file},
+                     {"line", place.line},
+                     {"command", place.command},
+                     {"what", failure.what}});
+  }
+  session.EmitError(err, summary.Set("failures", lines));
   return 1;
 }
 

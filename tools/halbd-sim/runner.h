@@ -25,8 +25,9 @@ class ExpectationFailed : public std::runtime_error {
 int RunScenario(Session& session, LineSource& reader, bool interactive, std::ostream& err);
 
 // The exit status of a whole run: that of RunScenario, or, under strict, 1 when an operation
-// failed unexpectedly or an expect did not hold, which the last line on err then counts.
-int FinishRun(const Session& session, int status, bool strict, std::ostream& err);
+// failed unexpectedly or an expect did not hold; a summary on err then counts them and names
+// each such line as FILE:LINE: command (with --json also as an object on the output).
+int FinishRun(Session& session, int status, bool strict, std::ostream& err);
 
 }  // namespace halbdsim
 

@@ -4,9 +4,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -147,10 +149,14 @@ TEST_F(RunnerTest, QuitStopsReading) {
 }
 
 TEST_F(RunnerTest, ShowTraceListsEachCallOnce) {
-  Run(kPrelude + "SetTpid eth1/1 0x88a8\nshow trace\nshow trace\n");
+  Run(kPrelude + "SetTpid eth1/1 0x88a8\nshow trace\nshow trace\nshow trace --json\n");
 
+  // An empty trace is no line of text, and an empty list in JSON.
   EXPECT_NE(out_.str().find("> show trace\n  bcm_port_tpid_set(0, 0x4000001, 0x88a8) = 0\n"
-                            "> show trace\n"),
+                            "> show trace\n> show trace --json\n"
+                            R"({"kind":"table","file":"test.scn","line":6,)"
+                            R"("command":"show trace --json","table":"trace","trace":[]})"
+                            "\n"),
             std::string::npos)
       << out_.str();
 }
@@ -252,7 +258,9 @@ TEST_F(RunnerTest, AnExpectedFailureIsNotCountedUnderStrict) {
   EXPECT_EQ(session_.FailedExpects(), 1);
   std::ostringstream summary;
   EXPECT_EQ(FinishRun(session_, 0, true, summary), 1);
-  EXPECT_EQ(summary.str(), "halbd-sim: strict: 1 operation failed, 1 expect did not hold\n");
+  EXPECT_EQ(summary.str(),
+            "halbd-sim: strict: 1 operation failed, 1 expect did not hold:\n"
+            "  test.scn:6: SetTpid eth1/1 0x88a8 (result -1)\n  test.scn:7: expect result 0\n");
   EXPECT_EQ(FinishRun(session_, 0, false, summary), 0);
 }
 
@@ -261,25 +269,97 @@ TEST_F(RunnerTest, ARangeIsCheckedWholeBeforeAnyOfItRuns) {
                            "delMember vlan11-12 eth1/1\nvlan 12-14\nvlan 15\n"),
             1);
   EXPECT_EQ(err_.str(), "test.scn:6: VLAN 12 already exists on the chip\n");
+  // Each VLAN's result says which VLAN it is for.
+  EXPECT_NE(out_.str().find("> addMember vlan10-12 eth1/1 tagged\n  vlan10: result: 0\n"
+                            "  vlan11: result: 0\n  vlan12: result: 0\n"),
+            std::string::npos)
+      << out_.str();
   EXPECT_EQ(sim::chip().Vlans(), (std::vector<bcm_vlan_t>{10, 11, 12}));
   EXPECT_EQ(sim::chip().Vlan(10).members.size(), 1u);
   EXPECT_TRUE(sim::chip().Vlan(11).members.empty());
 }
 
-TEST_F(RunnerTest, ShowFiltersRowsAndGivesJsonByColumn) {
-  Run(kChecked + "vlan 20\nshow vlans 20 --json\nshow port-vlans eth1/2 --json\n");
-
-  const std::string out = out_.str();
-  const size_t vlans = out.find('{', out.find("> show vlans 20 --json"));
-  const size_t portVlans = out.find("> show port-vlans");
-  const nlohmann::json vlanRows = nlohmann::json::parse(out.substr(vlans, portVlans - vlans));
-  ASSERT_EQ(vlanRows.at("vlans").size(), 1u);
-  EXPECT_EQ(vlanRows["vlans"][0].at("vlan"), 20);
-  EXPECT_EQ(vlanRows["vlans"][0].at("untagged"), nlohmann::json::array());
-  const nlohmann::json portRows = nlohmann::json::parse(out.substr(out.find('{', portVlans)));
-  EXPECT_EQ(portRows, nlohmann::json::parse(R"({"port-vlans": [{"port": "eth1/2", "vlan": 10,
-                                                "tagging": "tagged", "native": false}]})"));
+// Whether each key of expected has its value in actual.
+bool Holds(const nlohmann::json& actual, const nlohmann::json& expected) {
+  for (const auto& [key, value] : expected.items()) {
+    if (!actual.contains(key) || actual[key] != value)
+      return false;
+  }
+  return true;
 }
+
+// Under --json every line is one object; each record type has its kind and typed values, and
+// says which line (and, in a range, which VLAN) it answers.
+class JsonTest : public RunnerTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(JsonTest, EveryRecordIsOneTypedObjectALineThatNamesItsLine) {
+  const bool quiet = GetParam();
+  session_.SetJson(true);
+  session_.SetQuiet(quiet);
+  Run(kChecked +
+      "RegisterClient 7 snoop  # follows membership\nvlan 20-21\n"
+      "addMember vlan20-21 eth1/2 tagged\nGetTpid eth1/1\nisMember vlan10 eth1/2\n"
+      "show vlans 10-20\nshow port-vlans eth1/2 --json\nexpect result -1\n\nhelp show\n");
+
+  std::vector<nlohmann::json> objects;
+  std::istringstream lines(out_.str());
+  for (std::string line; std::getline(lines, line);) {
+    ASSERT_NO_THROW(objects.push_back(nlohmann::json::parse(line))) << line;
+    ASSERT_TRUE(objects.back().is_object()) << line;
+  }
+  const nlohmann::json tag = {{"tpid", 0x8100}, {"vlan", 10}, {"pcp", 0}, {"dei", false}};
+  const struct {
+    const char* json;
+    bool quiet;  // also under --quiet
+  } records[] = {
+      {R"({"kind": "command", "file": "test.scn", "line": 1, "command": "port eth1/1 local 1"})",
+       false},
+      {R"({"kind": "port", "line": 1, "port": "eth1/1", "gport": 67108865})", false},
+      {R"({"kind": "vlan", "line": 2, "vlan": 10, "broadcast-group": 16777226})", false},
+      {R"({"kind": "result", "line": 4, "command": "addMember vlan10 eth1/1 untagged", "rc": 0})",
+       true},
+      {R"({"kind": "frame-copy", "line": 7, "port": "eth1/2", "frame": "[0x8100 10 p0]"})", true},
+      {R"({"kind": "command", "line": 8, "command": "RegisterClient 7 snoop"})", false},
+      {R"({"kind": "vlan", "line": 9, "vlan": 21, "broadcast-group": 16777237})", false},
+      {R"({"kind": "notification", "line": 10, "vlan": 21, "priority": 7, "client": "snoop",
+           "event": "vlan_add", "interface": "eth1/2", "tagged": true, "answer": true})",
+       false},
+      {R"({"kind": "result", "line": 10, "vlan": 20, "rc": 0})", true},
+      {R"({"kind": "result", "line": 10, "vlan": 21, "rc": 0})", true},
+      {R"({"kind": "result", "line": 11, "tpid": 33024})", true},
+      {R"({"kind": "result", "line": 12, "rc": 0, "member": true, "tagged": true,
+           "attributes": 0})",
+       true},
+      {R"({"kind": "table", "line": 14, "table": "port-vlans", "port-vlans": [
+           {"port": "eth1/2", "vlan": 10, "tagging": "tagged", "native": false},
+           {"port": "eth1/2", "vlan": 20, "tagging": "tagged", "native": false},
+           {"port": "eth1/2", "vlan": 21, "tagging": "tagged", "native": false}]})",
+       true},
+      {R"({"kind": "expect-failed", "line": 15, "command": "expect result -1",
+           "message": "expect failed: result: expected -1, is 0"})",
+       true},
+      {R"({"kind": "help", "line": 17, "topic": "show"})", true},
+  };
+  for (const auto& record : records) {
+    const nlohmann::json expected = nlohmann::json::parse(record.json);
+    const bool found = std::any_of(objects.begin(), objects.end(),
+                                   [&](const nlohmann::json& o) { return Holds(o, expected); });
+    EXPECT_EQ(found, record.quiet || !quiet) << record.json;
+  }
+  const auto vlans = std::find_if(objects.begin(), objects.end(), [](const nlohmann::json& o) {
+    return o.value("table", "") == "vlans";
+  });
+  ASSERT_NE(vlans, objects.end());
+  ASSERT_EQ((*vlans)["vlans"].size(), 2u);  // the filter keeps rows in their place
+  EXPECT_EQ((*vlans)["vlans"][0]["untagged"], nlohmann::json::array({"eth1/1"}));
+  EXPECT_EQ((*vlans)["vlans"][1]["untagged"], nlohmann::json::array());
+  EXPECT_TRUE(std::any_of(objects.begin(), objects.end(), [&](const nlohmann::json& o) {
+    return o.value("kind", "") == "frame-copy" && o["tags"] == nlohmann::json::array({tag});
+  }));
+  EXPECT_EQ(err_.str(), "test.scn:15: expect failed: result: expected -1, is 0\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(AlsoQuiet, JsonTest, ::testing::Bool());
 
 TEST_F(RunnerTest, SourceRunsAFileThatStopsAtItsMistakeWhileTheShellGoesOn) {
   const std::string file = ::testing::TempDir() + "sourced.scn";
@@ -291,26 +371,51 @@ TEST_F(RunnerTest, SourceRunsAFileThatStopsAtItsMistakeWhileTheShellGoesOn) {
   EXPECT_EQ(sim::chip().Vlans(), (std::vector<bcm_vlan_t>{10, 20, 40}));
 }
 
-TEST_F(RunnerTest, HelpExplainsACommandAndWrapsTheListToTheWidth) {
-  Run("help addmember\nhelp\n", true);
+// What a command line prints on its standard output.
+std::string OutputOf(const std::string& command) {
+  std::string output;
+  FILE* pipe = popen(command.c_str(), "r");  // NOLINT(cert-env33-c): the tool under test
+  char buffer[4096];
+  for (size_t n; pipe != nullptr && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    output.append(buffer, n);
+  if (pipe != nullptr)
+    pclose(pipe);
+  return output;
+}
+
+TEST_F(RunnerTest, HelpExplainsACommandAFamilyAndWrapsTheListToTheWidth) {
+  Run("help addmember\nhelp show\nhelp\n", true);
 
   EXPECT_EQ(out_.str().rfind("usage: addMember <bridgeDomain> <intf> <tagged> [attributes]\n", 0),
             0u);
   EXPECT_NE(out_.str().find("example: addMember vlan10-20 eth1/1 tagged\n"), std::string::npos);
+  EXPECT_NE(out_.str().find("usage: show <table> [filter] [--json]\n"), std::string::npos);
+  EXPECT_NE(out_.str().find("tables:\n  ports         per declared port"), std::string::npos);
   std::istringstream lines(out_.str());
   for (std::string line; std::getline(lines, line);)
     EXPECT_LE(line.size(), 80u) << line;
+  // The command line explains a command of two words as the shell does.
+  EXPECT_EQ(OutputOf(std::string(HALBD_SIM_BINARY) + " help show ports"),
+            HelpText({"show", "ports"}, 80));
+  EXPECT_NE(HelpText({"show", "ports"}, 80).find("legend:\n"), std::string::npos);
 }
 
-TEST_F(RunnerTest, TabCompletesByPositionWithoutRegardToCase) {
+TEST_F(RunnerTest, TabCompletesOnlyWhatThePositionTakesWithoutRegardToCase) {
   Run(kPrelude + "lag lag3 3\n");
+  const std::string dir = ::testing::TempDir() + "complete" + std::to_string(getpid());
+  std::filesystem::create_directories(dir + "/d");
+  std::ofstream(dir + "/a.scn") << "";
+  std::ofstream(dir + "/b.pcap") << "";
   using Words = std::vector<std::string>;
   const struct {
-    const char* typed;
+    std::string typed;
     Words completions;
   } cases[] = {
       {"addm", {"addMember"}},
       {"show p", {"port-vlans", "ports"}},
+      {"show vlans ", {"--json", "10"}},
+      {"show ports --json ", {"eth1/1"}},
+      {"show lags eth", {}},
       {"SetTpid ", {"eth1/1", "lag3"}},
       {"memberAdded lag3 ", {"eth1/1"}},
       {"addMember v", {"vlan10"}},
@@ -319,10 +424,20 @@ TEST_F(RunnerTest, TabCompletesByPositionWithoutRegardToCase) {
       {"AddVlanMappingRule eth1/1 in", {"ingress"}},
       {"AddVlanMappingRule eth1/1 ingress match outer 10 re", {"replace", "replace-replace"}},
       {"help getM", {"getMembers"}},
+      {"frame eth1/1 ", {"--pcap", "--trace", "hex", "tag", "untagged"}},
+      {"frame eth1/1 tag 0x8100 10 ", {}},
+      {"frame eth1/1 tag 0x8100 10 0 ", {"--trace", "tag"}},
+      {"frame eth1/1 hex 01 ", {"--trace"}},
+      {"frame eth1/1 --pcap in.pcap ", {"--out", "--trace"}},
+      {"frame eth1/1 --pcap " + dir + "/b", {dir + "/b.pcap"}},
+      {"frame eth1/1 --pcap in.pcap --out " + dir + "/", {dir + "/d/"}},
+      {"source " + dir + "/", {dir + "/a.scn", dir + "/b.pcap", dir + "/d/"}},
+      {"save " + dir + "/A", {dir + "/a.scn"}},
       {"frobnicate ", {}},
   };
   for (const auto& c : cases)
     EXPECT_EQ(Completions(session_, c.typed), c.completions) << c.typed;
+  std::filesystem::remove_all(dir);
 }
 
 // The shell on a real terminal: tmux gives it a pseudo-terminal and types into it.
@@ -379,7 +494,7 @@ class ShellTest : public ::testing::Test {
 };
 
 TEST_F(ShellTest, CompletesRecallsAbandonsAndEnds) {
-  ASSERT_TRUE(ScreenShows("halbd-sim>")) << Screen();
+  ASSERT_TRUE(ScreenShows("Ctrl-D ends.\nhalbd-sim>")) << Screen();
   Keys("'port eth1/1 local 1' Enter");
   ASSERT_TRUE(ScreenShows("gport 0x4000001\nhalbd-sim>")) << Screen();
   Keys("addM Tab");

@@ -1,6 +1,6 @@
 #include "session.h"
 
-#include <cstdlib>
+#include <algorithm>
 #include <stdexcept>
 
 #include "hal_bcm_common.h"
@@ -34,8 +34,12 @@ std::string KindList(unsigned kinds) {
   return OrList(names);
 }
 
-const char* Bool(bool value) {
-  return value ? "true" : "false";
+// What a client was told and how it answered, as "client 200 igmp: vlan_add(vlan=10, ...) = true".
+Record Notification(unsigned priority, const std::string& name, const char* event) {
+  Record record("notification", Role::Effect);
+  record.Text("client ").Add("priority", priority).Text(" ").Add("client", name).Text(": ");
+  record.Add("event", event).Text("(vlan=");
+  return record;
 }
 
 }  // namespace
@@ -107,23 +111,30 @@ void Session::RegisterClient(unsigned priority, const std::string& name, bool ta
   // first client; its answers stay the ones already set.
   std::shared_ptr<ClientState> state =
       clients_.emplace(ClientKey{priority, name}, std::make_shared<ClientState>()).first->second;
-  const std::string label = "client " + std::to_string(priority) + " " + name + ": ";
   halswitchbd::VlanOrchestrator::Callback callback;
   if (takesAdd) {
-    callback.vlan_add = [this, state, label](const unsigned short& vlan, const limid_t& interface,
-                                             bool tagged) {
+    callback.vlan_add = [this, state, priority, name](const unsigned short& vlan,
+                                                      const limid_t& interface, bool tagged) {
       const bool answer = !state->refuseAdd;
-      AddNote(label + "vlan_add(vlan=" + std::to_string(vlan) + ", interface=" +
-              sim::NameOf(interface) + ", tagged=" + Bool(tagged) + ") = " + Bool(answer));
+      Record note = Notification(priority, name, "vlan_add");
+      note.Add("vlan", unsigned{vlan})
+          .Text(", interface=")
+          .Add("interface", sim::NameOf(interface));
+      note.Text(", tagged=").Add("tagged", tagged).Text(") = ").Add("answer", answer);
+      AddNote(std::move(note));
       return answer;
     };
   }
   if (takesRemove) {
-    callback.vlan_remove = [this, state, label](const unsigned short& vlan,
-                                                const limid_t& interface) {
+    callback.vlan_remove = [this, state, priority, name](const unsigned short& vlan,
+                                                         const limid_t& interface) {
       const bool answer = !state->refuseRemove;
-      AddNote(label + "vlan_remove(vlan=" + std::to_string(vlan) +
-              ", interface=" + sim::NameOf(interface) + ") = " + Bool(answer));
+      Record note = Notification(priority, name, "vlan_remove");
+      note.Add("vlan", unsigned{vlan})
+          .Text(", interface=")
+          .Add("interface", sim::NameOf(interface));
+      note.Text(") = ").Add("answer", answer);
+      AddNote(std::move(note));
       return answer;
     };
   }
@@ -146,8 +157,8 @@ void Session::SetRefusals(unsigned priority, const std::string& name, bool refus
   state.refuseRemove = refuseRemove;
 }
 
-void Session::AddNote(std::string text) {
-  notes_.push_back(Note{sim::halLog().Records().size(), std::move(text)});
+void Session::AddNote(Record record) {
+  notes_.push_back(Note{sim::halLog().Records().size(), std::move(record)});
 }
 
 void Session::RunOperation(const std::function<Outcome()>& operation) {
@@ -160,79 +171,87 @@ void Session::RunOperation(const std::function<Outcome()>& operation) {
     outcome = operation();
   } catch (const std::out_of_range& e) {
     // The library lets some lookups fail through to its caller; showing that is the point.
-    outcome = {std::string("exception std::out_of_range: ") + e.what()};
+    outcome = {{Record("exception", Role::Result)
+                    .Text("exception ")
+                    .Add("type", "std::out_of_range")
+                    .Text(": ")
+                    .Add("what", e.what())},
+               std::nullopt};
   } catch (const std::exception& e) {
-    outcome = {std::string("exception: ") + e.what()};
+    outcome = {{Record("exception", Role::Result).Text("exception: ").Add("what", e.what())},
+               std::nullopt};
   }
   if (!quiet_)
     PrintEffects(logStart, traceStart, assertStart);
-  for (const std::string& line : outcome)
-    Print(line);
-  lastResult_ = ResultCodeOf(outcome);
-  lastFailureCounted_ = lastResult_ && *lastResult_ < 0;
-  if (lastFailureCounted_)
-    ++unexpectedFailures_;
+  for (const Record& record : outcome.records)
+    Emit(record);
+  lastResult_ = outcome.code;
+  lastFailure_.reset();
+  if (lastResult_ && *lastResult_ < 0) {
+    lastFailure_ = failures_.size();
+    failures_.push_back(
+        Failure{place_.value_or(Place{}), false, "result " + std::to_string(*lastResult_)});
+  }
 }
 
 void Session::FailureExpected() {
-  if (lastFailureCounted_)
-    --unexpectedFailures_;
-  lastFailureCounted_ = false;
+  if (lastFailure_)
+    failures_.erase(failures_.begin() + static_cast<std::ptrdiff_t>(*lastFailure_));
+  lastFailure_.reset();
 }
 
-std::optional<int> ResultCodeOf(const Session::Outcome& outcome) {
-  static const std::string kResult = "result: ";
-  static const std::string kAnswer = "answer ";
-  std::optional<int> code;
-  for (const std::string& line : outcome) {
-    if (line.compare(0, kResult.size(), kResult) == 0) {
-      const std::string word =
-          line.substr(kResult.size(), line.find(' ', kResult.size()) - kResult.size());
-      char* end = nullptr;
-      const long value = std::strtol(word.c_str(), &end, 10);
-      // "result: 0x8100" is a value, not a code.
-      if (word.empty() || *end != '\0')
-        return std::nullopt;
-      return static_cast<int>(value);
-    }
-    if (line.compare(0, kAnswer.size(), kAnswer) == 0) {
-      const bool handled = line.size() >= 4 && line.compare(line.size() - 4, 4, "true") == 0;
-      code = (code.value_or(0) < 0 || !handled) ? -1 : 0;
-    }
-  }
-  return code;
+void Session::ExpectFailed(const std::string& message) {
+  failures_.push_back(Failure{place_.value_or(Place{}), true, message});
+}
+
+int Session::UnexpectedFailures() const {
+  return static_cast<int>(std::count_if(failures_.begin(), failures_.end(),
+                                        [](const Failure& failure) { return !failure.expect; }));
+}
+
+int Session::FailedExpects() const {
+  return static_cast<int>(failures_.size()) - UnexpectedFailures();
 }
 
 void Session::PrintEffects(size_t logStart, size_t traceStart, size_t assertStart) {
   const std::vector<sim::SdkCall>& trace = sim::chip().Trace();
-  for (size_t i = traceStart; traceEcho_ && i < trace.size(); ++i)
-    Print("sdk: " + trace[i].Text());
+  for (size_t i = traceStart; traceEcho_ && i < trace.size(); ++i) {
+    Emit(Record("sdk", Role::Effect)
+             .Text("sdk: ")
+             .Add("call", trace[i].Text())
+             .Set("function", trace[i].function)
+             .Set("rc", trace[i].rc));
+  }
 
   const std::vector<sim::LogRecord>& records = sim::halLog().Records();
   size_t note = 0;
   for (size_t i = logStart; i <= records.size(); ++i) {
     while (note < notes_.size() && notes_[note].logIndex <= i)
-      Print(notes_[note++].text);
+      Emit(notes_[note++].record);
     if (i == records.size())
       break;
     const sim::LogRecord& record = records[i];
-    const std::string head = std::string(record.isError ? "error(" : "log(") +
-                             std::to_string(record.levelOrCode) + "): ";
     // Rule dumps span several lines; their continuation lines stay under the message.
-    size_t start = 0;
-    for (size_t end = record.text.find('\n');; end = record.text.find('\n', start)) {
-      const std::string line = record.text.substr(start, end - start);
-      Print(start == 0 ? head + line : "  " + line);
-      if (end == std::string::npos)
-        break;
-      start = end + 1;
-    }
+    std::string text = record.text;
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 3))
+      text.insert(at + 1, "  ");
+    Record log("log", Role::Effect);
+    log.Text(record.isError ? "error(" : "log(");
+    if (record.isError)
+      log.Set("error", true).Add("code", record.levelOrCode);
+    else
+      log.Set("error", false).Add("level", record.levelOrCode);
+    Emit(log.Text("): " + text).Set("text", record.text));
   }
 
   const std::vector<sim::AssertRecord>& assertions = sim::Assertions();
   for (size_t i = assertStart; i < assertions.size(); ++i) {
-    Print("assert: " + assertions[i].expression + " at " + assertions[i].file + ":" +
-          std::to_string(assertions[i].line));
+    const std::string where = assertions[i].file + ":" + std::to_string(assertions[i].line);
+    Emit(Record("assert", Role::Effect)
+             .Text("assert: ")
+             .Add("expression", assertions[i].expression)
+             .Text(" at ")
+             .Add("at", where));
   }
 }
 
@@ -245,7 +264,25 @@ std::vector<std::string> Session::TakeTrace() {
 }
 
 void Session::Print(const std::string& line) {
-  out_ << "  " << line << '\n';
+  Emit(Record("note", Role::Result).Add("text", line));
+}
+
+void Session::Emit(const Record& record) {
+  const Role role = record.GetRole();
+  if (quiet_ && (role == Role::Echo || role == Role::Effect))
+    return;
+  const Rendering rendering = record.GetRendering();
+  const bool asJson = json_ || rendering == Rendering::JsonAlways;
+  if (rendering == (asJson ? Rendering::TextOnly : Rendering::JsonOnly))
+    return;
+  out_ << (asJson ? JsonLine(JsonOf(record, place_, rangeVlan_)) : TextOf(record, rangeVlan_));
+}
+
+void Session::EmitError(std::ostream& err, const Record& record) {
+  out_.flush();
+  err << record.TextForm() << std::endl;
+  if (json_)
+    out_ << JsonLine(JsonOf(record, place_, rangeVlan_)) << std::flush;
 }
 
 }  // namespace halbdsim

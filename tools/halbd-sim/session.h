@@ -19,6 +19,7 @@
 #include "hal_bridge_port_itf.h"
 #include "library_book.h"
 #include "limid.h"
+#include "record.h"
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 
@@ -38,8 +39,8 @@ std::optional<int> ChipPortOfGport(int gport);
 
 class Session {
  public:
-  // The lines an operation returns after its effects, e.g. "result: 0".
-  using Outcome = std::vector<std::string>;
+  // What an operation returns after its effects, e.g. "result: 0".
+  using Outcome = halbdsim::Outcome;
 
   // Resets the simulated platform and obtains both services with a fresh LAG orchestrator, so
   // that they register for its events (the bridge domain first). The services are process-wide
@@ -83,8 +84,19 @@ class Session {
   void SetTraceEcho(bool on) { traceEcho_ = on; }
   // Chip calls not yet shown by TakeTrace.
   std::vector<std::string> TakeTrace();
-  // Writes one line of output, indented under the command.
+  // Writes one line of output, indented under the command: a note without values of its own.
   void Print(const std::string& line);
+  // Writes a record as text or, with --json, as one JSON object a line; nothing of what --quiet
+  // leaves out.
+  void Emit(const Record& record);
+  // Writes a mistake or a failed expect to err as text and, with --json, also to the output as
+  // an object, so that the output alone tells the whole run.
+  void EmitError(std::ostream& err, const Record& record);
+  // The scenario line that the records from now on answer; none between lines.
+  void SetPlace(std::optional<Place> place) { place_ = std::move(place); }
+  const std::optional<Place>& CurrentPlace() const { return place_; }
+  // The VLAN of a range line that the records from now on are for; none outside ranges.
+  void SetRangeVlan(std::optional<unsigned> vlan) { rangeVlan_ = vlan; }
   void RequestQuit() { quit_ = true; }
   bool QuitRequested() const { return quit_; }
 
@@ -96,7 +108,7 @@ class Session {
   // Quiet: results and tables only, without the effects (client notes, log lines, SDK calls).
   void SetQuiet(bool on) { quiet_ = on; }
   bool Quiet() const { return quiet_; }
-  // Tables as JSON documents instead of aligned text.
+  // JSON Lines instead of text: every record one JSON object a line.
   void SetJson(bool on) { json_ = on; }
   bool Json() const { return json_; }
   // Columns that help wraps to: the terminal's, 80 without one.
@@ -108,12 +120,20 @@ class Session {
   // answered false (0 when all answered true). Empty before any, and after an operation whose
   // outcome is a value rather than a code (GetTpid).
   std::optional<int> LastResult() const { return lastResult_; }
+  // A line that --strict counts against the run: an operation that failed unexpectedly, or an
+  // expect that did not hold.
+  struct Failure {
+    Place place;
+    bool expect = false;
+    std::string what;  // "result -1", or the expect's message
+  };
+  const std::vector<Failure>& Failures() const { return failures_; }
   // Operations that failed and were not followed by an expect of that failure.
-  int UnexpectedFailures() const { return unexpectedFailures_; }
-  int FailedExpects() const { return failedExpects_; }
+  int UnexpectedFailures() const;
+  int FailedExpects() const;
   // An expect of the last result held: a failure it names was meant, and is not counted.
   void FailureExpected();
-  void ExpectFailed() { ++failedExpects_; }
+  void ExpectFailed(const std::string& message);
 
  private:
   struct ClientState {
@@ -122,13 +142,13 @@ class Session {
   };
   using ClientKey = std::pair<unsigned, std::string>;
 
-  // Something a client printed, placed before the log line with this index.
+  // Something a client was told, placed before the log line with this index.
   struct Note {
     size_t logIndex;
-    std::string text;
+    Record record;
   };
 
-  void AddNote(std::string text);
+  void AddNote(Record record);
   void PrintEffects(size_t logStart, size_t traceStart, size_t assertStart);
 
   std::ostream& out_;
@@ -147,13 +167,11 @@ class Session {
   bool json_ = false;
   size_t terminalWidth_ = 80;
   std::optional<int> lastResult_;
-  bool lastFailureCounted_ = false;
-  int unexpectedFailures_ = 0;
-  int failedExpects_ = 0;
+  std::optional<size_t> lastFailure_;  // in failures_: the last operation's, while counted
+  std::vector<Failure> failures_;
+  std::optional<Place> place_;
+  std::optional<unsigned> rangeVlan_;
 };
-
-// The result code an outcome carries (see Session::LastResult).
-std::optional<int> ResultCodeOf(const Session::Outcome& outcome);
 
 }  // namespace halbdsim
 

@@ -108,6 +108,18 @@ std::string Join(const std::vector<std::string>& words) {
   return text.empty() ? "-" : text;
 }
 
+// Typed cells: the value a program reads, beside the text.
+Cell Number(long long value) {
+  return {std::to_string(value), value};
+}
+Cell Names(const std::vector<std::string>& names) {
+  return {Join(names), names};
+}
+Cell Flag(bool on) {
+  return {on ? "yes" : "-", on};
+}
+const Cell kNone{"-", nullptr};
+
 bool IsLag(limid_t id) {
   return static_cast<sim::IdKind>(id.bytes[0]) == sim::IdKind::Lag;
 }
@@ -169,7 +181,7 @@ Table PortTable(const Session& session) {
 
 // Per port, its chip VLANs and whether it sends them untagged, and which is its native VLAN.
 Table PortVlanTable(const Session& session) {
-  Table table({"port", {"vlan", ColumnKind::Number}, "tagging", {"native", ColumnKind::Flag}});
+  Table table({"port", "vlan", "tagging", "native"});
   for (const auto& [id, declared] : session.Declared()) {
     const std::optional<int> chipPort =
         declared.gport ? ChipPortOfGport(*declared.gport) : std::nullopt;
@@ -182,17 +194,17 @@ Table PortVlanTable(const Session& session) {
       const auto member = members.find(*chipPort);
       if (member == members.end())
         continue;
-      table.AddRow({sim::NameOf(id), std::to_string(vlan), member->second ? "untagged" : "tagged",
-                    vlan == native ? "yes" : "-"});
+      table.AddRow({sim::NameOf(id), Number(vlan), member->second ? "untagged" : "tagged",
+                    Flag(vlan == native)});
       any = true;
     }
     if (!any)
-      table.AddRow({sim::NameOf(id), "-", "-", "-"});
+      table.AddRow({sim::NameOf(id), kNone, kNone, Flag(false)});
   }
   return table;
 }
 
-std::string DhcpAction(uint32_t action) {
+std::vector<std::string> DhcpAction(uint32_t action) {
   std::vector<std::string> words;
   if (action & HAL_VLAN_PROP_DHCP_TO_CPU)
     words.push_back("to-cpu");
@@ -201,17 +213,12 @@ std::string DhcpAction(uint32_t action) {
   const uint32_t others = action & ~(HAL_VLAN_PROP_DHCP_TO_CPU | HAL_VLAN_PROP_DHCP_DROP);
   if (others != 0)
     words.push_back(Hex(others));
-  return Join(words);
+  return words;
 }
 
 Table VlanTable(const Session& session) {
-  Table table({{"vlan", ColumnKind::Number},
-               {"untagged", ColumnKind::List},
-               {"tagged", ColumnKind::List},
-               {"broadcast-group", ColumnKind::Number},
-               {"group-members", ColumnKind::List},
-               {"dhcp", ColumnKind::List},
-               "igmp-snooping"});
+  Table table(
+      {"vlan", "untagged", "tagged", "broadcast-group", "group-members", "dhcp", "igmp-snooping"});
   for (bcm_vlan_t vlan : sim::chip().Vlans()) {
     const sim::VlanState& state = sim::chip().Vlan(vlan);
     std::vector<std::string> untagged;
@@ -228,32 +235,27 @@ Table VlanTable(const Session& session) {
                                     : Hex(static_cast<unsigned>(member.first)));
       }
     }
-    table.AddRow({std::to_string(vlan), Join(untagged), Join(tagged),
-                  group != 0 ? Hex(static_cast<unsigned>(group)) : "-", Join(groupMembers),
-                  DhcpAction(state.control.protocol_pkt.dhcp_action),
+    table.AddRow({Number(vlan), Names(untagged), Names(tagged),
+                  group != 0 ? Cell{Hex(static_cast<unsigned>(group)), group} : kNone,
+                  Names(groupMembers), Names(DhcpAction(state.control.protocol_pkt.dhcp_action)),
                   (state.control.flags & BCM_VLAN_IGMP_SNOOP_DISABLE) ? "off" : "on"});
   }
   return table;
 }
 
 Table IngressTable(const Session& session) {
-  Table table(
-      {"port", "key", {"outer", ColumnKind::Number}, {"inner", ColumnKind::Number}, "action"});
+  Table table({"port", "key", "outer", "inner", "action"});
   for (const auto& [key, action] : sim::chip().IngressTable()) {
     table.AddRow(
         {key.trunk ? session.NameOfTrunk(key.portOrTrunk) : session.NameOfChipPort(key.portOrTrunk),
-         TranslateKey(key.keyType), std::to_string(key.outerVlan), std::to_string(key.innerVlan),
+         TranslateKey(key.keyType), Number(key.outerVlan), Number(key.innerVlan),
          DescribeAction(action)});
   }
   return table;
 }
 
 Table EgressTable(const Session& session) {
-  Table table({{"class", ColumnKind::Number},
-               {"ports", ColumnKind::List},
-               {"outer", ColumnKind::Number},
-               {"inner", ColumnKind::Number},
-               "action"});
+  Table table({"class", "ports", "outer", "inner", "action"});
   for (const auto& [key, action] : sim::chip().EgressTable()) {
     std::vector<std::string> ports;
     for (const auto& [id, declared] : session.Declared()) {
@@ -264,8 +266,8 @@ Table EgressTable(const Session& session) {
         ports.push_back(sim::NameOf(id));
       }
     }
-    table.AddRow({std::to_string(key.portClass), Join(ports), std::to_string(key.outerVlan),
-                  std::to_string(key.innerVlan), DescribeAction(action)});
+    table.AddRow({Number(key.portClass), Names(ports), Number(key.outerVlan), Number(key.innerVlan),
+                  DescribeAction(action)});
   }
   return table;
 }
@@ -310,15 +312,14 @@ Table LagTable(const Session& session) {
 }
 
 Table MemberTable() {
-  Table table(
-      {{"vlan", ColumnKind::Number}, {"untagged", ColumnKind::List}, {"tagged", ColumnKind::List}});
+  Table table({"vlan", "untagged", "tagged"});
   for (const auto& [vlan, members] : sim::common().VlanMembers()) {
     std::vector<std::string> untagged;
     std::vector<std::string> tagged;
     for (const auto& [id, isTagged] : members) {
       (isTagged ? tagged : untagged).push_back(sim::NameOf(id));
     }
-    table.AddRow({std::to_string(vlan), Join(untagged), Join(tagged)});
+    table.AddRow({Number(vlan), Names(untagged), Names(tagged)});
   }
   return table;
 }
@@ -406,20 +407,29 @@ const std::vector<ShowTableKind>& ShowTableKinds() {
   return kinds;
 }
 
-void PrintTable(Session& session, const Table& table, const ShowTableKind& kind, bool json) {
-  if (json) {
-    session.Out() << table.Json(kind.name) << '\n';
-    return;
-  }
-  // The trace reads as the calls themselves, without a header.
-  if (kind.key == KeyKind::Function) {
+}  // namespace
+
+void PrintTable(Session& session, const std::string& name, const Table& table, bool json) {
+  std::vector<std::string> lines;
+  if (name == "trace") {
+    // The trace reads as the calls themselves, without a header.
     for (const auto& row : table.Rows())
-      session.Print(row[0]);
-    return;
+      lines.push_back(row[0]);
+  } else {
+    lines = table.Lines();
   }
-  for (const std::string& line : table.Lines())
-    session.Print(line);
+  Record document("table", Role::Document);
+  // The rows under the table's own name, as {"vlans": [...]} has always read.
+  document.Set("table", name).Set(name, table.JsonRows());
+  document.Text(JoinLines(lines));
+  if (json)
+    document.RenderedIn(Rendering::JsonAlways);
+  else if (lines.empty())  // an empty trace prints no line at all
+    document.RenderedIn(Rendering::JsonOnly);
+  session.Emit(document);
 }
+
+namespace {
 
 Command Show(const ShowTableKind& kind) {
   return {std::string("show ") + kind.name, "[filter] [--json]", kind.summary,
@@ -434,7 +444,7 @@ Command Show(const ShowTableKind& kind) {
               Table table = kind.build(s);
               if (filter)
                 table.KeepRows([&](const auto& row) { return Matches(table, row, *filter); });
-              PrintTable(s, table, kind, json || s.Json());
+              PrintTable(s, kind.name, table, json);
             };
           }};
 }

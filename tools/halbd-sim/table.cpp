@@ -51,10 +51,15 @@ nlohmann::ordered_json CellValue(const std::string& cell, ColumnKind kind) {
 
 Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
-void Table::AddRow(std::vector<std::string> cells) {
+void Table::AddRow(std::vector<Cell> cells) {
   if (cells.size() != columns_.size())
     throw std::logic_error("table row of wrong width");
-  rows_.push_back(std::move(cells));
+  std::vector<std::string>& texts = rows_.emplace_back();
+  std::vector<std::optional<nlohmann::ordered_json>>& values = values_.emplace_back();
+  for (Cell& cell : cells) {
+    texts.push_back(std::move(cell.text));
+    values.push_back(std::move(cell.value));
+  }
 }
 
 int Table::ColumnIndex(const std::string& name) const {
@@ -94,15 +99,18 @@ std::vector<std::string> Table::Lines() const {
   return lines;
 }
 
-std::string Table::Json(const std::string& name) const {
+nlohmann::ordered_json Table::JsonRows() const {
   nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-  for (const auto& row : rows_) {
+  for (size_t row = 0; row < rows_.size(); ++row) {
     nlohmann::ordered_json object = nlohmann::ordered_json::object();
-    for (size_t column = 0; column < columns_.size(); ++column)
-      object[columns_[column].name] = CellValue(row[column], columns_[column].kind);
+    for (size_t column = 0; column < columns_.size(); ++column) {
+      const std::optional<nlohmann::ordered_json>& value = values_[row][column];
+      object[columns_[column].name] =
+          value ? *value : CellValue(rows_[row][column], columns_[column].kind);
+    }
     rows.push_back(std::move(object));
   }
-  return nlohmann::ordered_json{{name, rows}}.dump(2);
+  return rows;
 }
 
 }  // namespace halbdsim
