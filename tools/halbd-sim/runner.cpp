@@ -1,9 +1,7 @@
 #include "runner.h"
 
-#include <cerrno>
 #include <fstream>
 #include <memory>
-#include <system_error>
 
 #include "commands.h"
 
@@ -24,14 +22,17 @@ void Report(std::ostream& err, const LineSource& reader, bool plain, const std::
 // A scenario file being read by "source", with the stream it owns.
 class SourcedFile : public LineSource {
  public:
-  explicit SourcedFile(const std::string& path) : file_(path), reader_(file_, path, nullptr) {}
-  bool Opened() const { return file_.is_open(); }
+  explicit SourcedFile(const std::string& path)
+      : problem_(OpenScenarioFile(file_, path)), reader_(file_, path, nullptr) {}
+  // Why the file cannot be read; empty when it can.
+  const std::string& Problem() const { return problem_; }
   bool Next(std::string& line) override { return reader_.Next(line); }
   int LineNumber() const override { return reader_.LineNumber(); }
   const std::string& SourceName() const override { return reader_.SourceName(); }
 
  private:
   std::ifstream file_;
+  std::string problem_;
   LineReader reader_;
 };
 
@@ -43,10 +44,8 @@ std::unique_ptr<SourcedFile> OpenSource(const std::vector<std::string>& words, s
   if (depth >= kMaxSourceDepth)
     throw ScenarioError("source nested deeper than " + std::to_string(kMaxSourceDepth));
   auto file = std::make_unique<SourcedFile>(words[1]);
-  if (!file->Opened()) {
-    throw ScenarioError("cannot read " + words[1] + ": " +
-                        std::error_code(errno, std::generic_category()).message());
-  }
+  if (!file->Problem().empty())
+    throw ScenarioError(file->Problem());
   return file;
 }
 
@@ -107,13 +106,24 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       session.ExpectFailed();
       session.Out().flush();
       Report(err, current, !batch, failure.what());
+    } catch (const ScenarioError& error) {
+      // What only running could tell (a capture that cannot be written or is cut short) ends the
+      // line as a mistake does, after what it did.
+      session.Out().flush();
+      Report(err, current, !batch, error.what());
+      status = 1;
+      if (!interactive)
+        break;
     }
     session.Out().flush();
   }
   return status;
 }
 
-int FinishRun(const Session& session, int status, bool strict, std::ostream& err) {
+int FinishRun(const Session& session, int status, bool strict, std::ostream& err,
+              bool interactive) {
+  if (interactive && !strict)
+    status = 0;  // the shell's mistakes were told as they happened; leaving it is no failure
   const int failures = session.UnexpectedFailures();
   const int expects = session.FailedExpects();
   if (!strict || (failures == 0 && expects == 0))
