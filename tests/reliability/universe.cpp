@@ -101,11 +101,6 @@ const std::set<VlanMapping>& RulesOf(const Store& store, limid_t id) {
   return rules == store.end() ? none : rules->second;
 }
 
-// Both services are process-wide singletons, registered on first use with one LAG orchestrator.
-std::shared_ptr<sim::LagOrchestratorSim> Lags() {
-  static const auto lags = std::make_shared<sim::LagOrchestratorSim>();
-  return lags;
-}
 HalBcmBridgePort& Port() {
   return *HalBcmBridgePort::GetInstance(Lags());
 }
@@ -190,13 +185,7 @@ void Reset() {
   sim::common().AddLag(kLags[1], kTrunkIds[1]);
   for (const unsigned short vlan : {10, 20, 30})
     sim::chip().CreateVlan(vlan, vlan != 30);
-  HalBcmBridgePortInspector port(Port());
-  HalBcmBridgeDomainInspector domain(Domain());
-  const auto clear = [](auto&... books) { (books.clear(), ...); };
-  clear(port.ingressVlanMappings(), port.egressVlanMappings(), port.nativeVlans(),
-        port.untaggedPrios(), port.qinqPorts(), port.tpids(), port.acceptableFrameTypes(),
-        port.blockedPorts(), domain.lagMembership(), domain.intfInfo());
-  domain.vlanOrchestrator() = std::make_shared<halswitchbd::VlanOrchestratorImpl>();
+  ClearServiceBooks();
 }
 
 // Steps whose failures the operations log and ignore: the lookup keys follow a port's tag layout,
@@ -515,6 +504,22 @@ std::vector<Op> DecodeOps(const std::vector<uint8_t>& bytes) {
 std::string Describe(const Op& op) {
   return OpName(op.kind) + " " + std::to_string(op.a) + " " + std::to_string(op.b) + " " +
          std::to_string(op.c);
+}
+
+// Both services are process-wide singletons, registered on first use with one LAG orchestrator.
+std::shared_ptr<sim::LagOrchestratorSim> Lags() {
+  static const auto lags = std::make_shared<sim::LagOrchestratorSim>();
+  return lags;
+}
+
+void ClearServiceBooks() {
+  HalBcmBridgePortInspector port(Port());
+  HalBcmBridgeDomainInspector domain(Domain());
+  const auto clear = [](auto&... books) { (books.clear(), ...); };
+  clear(port.ingressVlanMappings(), port.egressVlanMappings(), port.nativeVlans(),
+        port.untaggedPrios(), port.qinqPorts(), port.tpids(), port.acceptableFrameTypes(),
+        port.blockedPorts(), domain.lagMembership(), domain.intfInfo());
+  domain.vlanOrchestrator() = std::make_shared<halswitchbd::VlanOrchestratorImpl>();
 }
 
 }  // namespace reliability

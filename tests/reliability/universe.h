@@ -5,9 +5,12 @@
 #define HALBD_TESTS_RELIABILITY_UNIVERSE_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "sim/sim_lag_orchestrator.h"
 
 namespace reliability {
 
@@ -44,6 +47,11 @@ struct RunResult {
   size_t checks = 0;
   std::vector<std::string> violations;
 };
+
+// The LAG orchestrator both services register with on first use, and emptying their books
+// (rules, attributes, memberships, VLAN clients): the services are process-wide singletons.
+std::shared_ptr<sim::LagOrchestratorSim> Lags();
+void ClearServiceBooks();
 
 // Runs the operations on a fresh universe, with the fault if one is planned, checking after each.
 RunResult RunOps(const std::vector<Op>& ops, const std::optional<Injection>& planned = {});
