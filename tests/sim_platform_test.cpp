@@ -69,6 +69,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
       CODE(bcm_vlan_gport_add(0, 10, g3, 1), BCM_E_NONE),
       CODE(bcm_vlan_gport_add(0, 10, m3, 0), BCM_E_NONE),
       CODE(bcm_vlan_gport_get(0, 10, g3, &flags), BCM_E_NONE),
+      CODE(bcm_vlan_gport_delete(0, 10, g5), BCM_E_NOT_FOUND),
       CODE(bcm_multicast_l2_encap_get(0, group, g3, 0, &encap), BCM_E_NONE),
       CODE(bcm_multicast_egress_add(0, group, g3, encap), BCM_E_NONE),
       CODE(bcm_multicast_egress_add(0, group, m3, encap), BCM_E_EXISTS),

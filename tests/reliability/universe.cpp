@@ -37,6 +37,8 @@ const limid_t kInterfaces[] = {
     sim::EthernetPort(1, 4), sim::EthernetPort(1, 5), sim::EthernetPort(1, 9),
     sim::Lag(1),             sim::Lag(2),             sim::Lag(9)};
 // clang-format on
+// The top of the LAG classes: 127 on a chip with packet-priority actions, 63 on one without.
+int lagClassTop = 127;
 const limid_t kLags[] = {sim::Lag(1), sim::Lag(2)};
 const int kTrunkIds[] = {5, 6};
 const unsigned short kVlans[] = {10, 20, 30, 4000}, kNativeVlans[] = {10, 20, 0, 4095, 4096};
@@ -50,6 +52,8 @@ const int kPropValues[] = {HAL_VLAN_PROP_DHCP_TO_CPU, HAL_VLAN_PROP_DHCP_DROP, 5
 const vlanxlate::Stage kStages[] = {vlanxlate::Stage::Ingress, vlanxlate::Stage::Egress,
                                     vlanxlate::Stage(2)};
 const char* const kClients[] = {"hal-stlp", "hal-stlp ", "HAL-STLP"};
+// VLAN orchestrator clients, in both orders of priority and name.
+const std::pair<unsigned, const char*> kVlanClients[] = {{10, "igmp"}, {200, "dhcp"}, {10, "lldp"}};
 // Match, operation, action; the eighth rule has the first one's entry with another action.
 const VlanMapping kRules[] = {
     {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {}}},
@@ -67,7 +71,7 @@ std::string OpName(uint8_t kind) {
   std::istringstream names(
       "add-member del-member del-all-members is-member get-members add-property remove-property "
       "native-vlan prio qinq tpid inner-tpid frame-type block add-rule delete-rule create-lag join "
-      "leave delete-lag fault");
+      "leave delete-lag fault list-members register-client deregister-client chip-mode");
   const std::vector<std::string> all{std::istream_iterator<std::string>(names), {}};
   return all[kind % all.size()];
 }
@@ -129,6 +133,8 @@ int Call(const Op& op) {
   const auto value = en_HalVlanPropValue(Pick(kPropValues, op.c));
   bool isMember = false, tagged = false;
   unsigned int number = 0;
+  std::set<limid_t> members;
+  const auto& [priority, client] = Pick(kVlanClients, op.a);
   // clang-format off
   switch (op.kind % kOpKindCount) {
     case kAddMember: return domain.addMember(bd, member, op.c % 2, 0);
@@ -159,6 +165,16 @@ int Call(const Op& op) {
     case kLeaveLag:
       return memberLag && *memberLag == lag ? Handled(Lags()->DeleteMember(lag, member)) : kSkipped;
     case kDeleteLag: return lagKnown ? Handled(Lags()->DeleteLag(lag)) : kSkipped;
+    case kListMembers: return domain.getMembers(bd, members);
+    case kRegisterClient:  // a client that refuses additions (bit 1 of c) or removals (bit 2)
+      domain.GetVlanOrchestrator()->RegisterClient(priority, client,
+          {[c = op.c](auto&, auto&, bool) { return (c & 1) == 0; },
+           [c = op.c](auto&, auto&) { return (c & 2) == 0; }});
+      return 0;
+    case kDeregisterClient: return domain.GetVlanOrchestrator()->DeregisterClient(priority, client), 0;
+    case kChipMode:
+      if (op.b % 2 == 0) return sim::chip().SetReportModuleGports(op.c % 2), 0;
+      return kSkipped;  // the driver sets the packet-priority capability before anything
     default: return kSkipped;  // a fault: the driver arms it
   }
   // clang-format on
@@ -185,6 +201,7 @@ void Reset() {
   sim::common().AddLag(kLags[1], kTrunkIds[1]);
   for (const unsigned short vlan : {10, 20, 30})
     sim::chip().CreateVlan(vlan, vlan != 30);
+  lagClassTop = 127;
   ClearServiceBooks();
 }
 
@@ -200,7 +217,7 @@ const Steps kIgnoredSteps = {
 // Where "not found" is an answer, with no failure and no line: a port that is no member, a VLAN
 // without members, no earlier egress entry to replace.
 const Steps kNotFoundAnswers = {{"bcm_vlan_gport_get", {kIsMember}},
-                                {"bcm_vlan_gport_get_all", {kGetMembers}},
+                                {"bcm_vlan_gport_get_all", {kGetMembers, kListMembers}},
                                 {"bcm_vlan_translate_egress_action_delete", {kAddRule}}};
 
 bool Listed(const Steps& steps, const std::string& function, uint8_t kind) {
@@ -230,11 +247,11 @@ sim::IngressKey IngressKeyOf(limid_t id, const VlanMapping& rule, bool qinq) {
           inner ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
 }
 
-// The egress entry of a rule: the interface's class (a LAG's counts down from 127 on a chip with
-// packet-priority actions, as this one is) and the matched VLANs.
+// The egress entry of a rule: the interface's class (a LAG's counts down from the top) and the
+// matched VLANs.
 sim::EgressKey EgressKeyOf(limid_t id, const VlanMapping& rule) {
   const int port = LocalPortOf(id), owner = ChipOwner(id);
-  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : 127 - owner)
+  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : lagClassTop - owner)
                         : port > 0       ? static_cast<int>(sim::chip().Port(port).egressClass)
                                          : -1;
   const sim::IngressKey key = IngressKeyOf(id, rule, false);
@@ -274,6 +291,10 @@ class Driver {
         sim::chip().FailNext(armed_->function, 1, armed_->rc);
       return;
     }
+    if (kind == kChipMode && op.b % 2 == 1 && step_ == 1) {  // the chip as it comes up
+      sim::chip().SetPacketPriorityCapable(op.c % 2 == 0);
+      lagClassTop = op.c % 2 == 0 ? 127 : 63;
+    }
     const size_t firstCall = trace.size(), assertions = sim::Assertions().size();
     const size_t firstRecord = sim::halLog().Records().size();
     // SetTpid, SetAcceptableFrameType and addMember pass an unknown LAG's out_of_range on.
@@ -289,9 +310,15 @@ class Driver {
     const bool stored = IsStored(op);
     HalBcmBridgeDomainInspector domain(Domain());
     const auto lagVlan = domain.lagMembership().find(member);
-    if (kind == kAddMember && lagVlan != domain.lagMembership().end() &&
-        lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a))))
-      flagsRewritten_.emplace(Arg::Vlan(op.a), member);
+    if (kind == kAddMember && halbd::IsLag(member)) {  // added again: its members take the flag
+      const bool again = lagVlan != domain.lagMembership().end() &&
+                         lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a)));
+      LagInVlan& record = lagsInVlans_[{Arg::Vlan(op.a), member}];
+      record = again ? LagInVlan{record.firstFlag, LagMembers(member)} : LagInVlan{op.c % 2 != 0, {}};
+    }
+    for (auto& [key, record] : lagsInVlans_)
+      if (kind == kLeaveLag)
+        record.givenLatestFlag.erase(member);
 
     const int rc = Apply(op);
     const std::vector<sim::LogRecord> log(sim::halLog().Records().begin() + firstRecord,
@@ -420,8 +447,9 @@ class Driver {
 
   // The chip's VLANs and replication groups hold exactly the ports the books put there, directly
   // or through their LAG, tagged as the shared table says (the latest request; the books keep the
-  // first), which lists what the books list. A LAG added again with another flag has it on its
-  // members of the time, the first one on later members. A LAG's members have the LAG's TPID.
+  // first), which lists what the books list. A LAG added again with another flag gives it to its
+  // members of the time; later members take the books' first one. A LAG's members have the LAG's
+  // TPID.
   void CheckMemberships(const std::string& what) {
     HalBcmBridgeDomainInspector books(Domain());
     std::map<std::pair<unsigned short, limid_t>, bool> booked, shared;  // (VLAN, id): tagged
@@ -456,12 +484,13 @@ class Driver {
       Expect(shared.count(key), what + sim::NameOf(key.second) + " not in the shared table");
       for (const limid_t& port :
            halbd::IsLag(key.second) ? LagMembers(key.second) : std::set<limid_t>{key.second}) {
-        const auto chip = onChip.find({key.first, LocalPortOf(port)});
+        const auto lag = lagsInVlans_.find(key);
+        const bool firstFlag = lag != lagsInVlans_.end() && !lag->second.givenLatestFlag.count(port);
+        const bool taggedOnChip = firstFlag           ? lag->second.firstFlag
+                                  : shared.count(key) ? shared[key]
+                                                      : tagged;
         if (LocalPortOf(port) > 0 && !vlansCleared_.count(key.first))
-          expected[{key.first, LocalPortOf(port)}] =
-              flagsRewritten_.count(key) && chip != onChip.end()
-                  ? chip->second
-                  : !(shared.count(key) ? shared[key] : tagged);
+          expected[{key.first, LocalPortOf(port)}] = !taggedOnChip;
       }
     }
     Expect(onChip == expected, what + "the chip's VLAN members differ from the books");
@@ -483,7 +512,12 @@ class Driver {
   bool exact_ = true;          // nothing failed: the chip holds exactly what the books say
   std::set<limid_t> offChip_;  // ports that joined a LAG, deleted LAGs
   std::set<unsigned short> vlansCleared_;
-  std::set<std::pair<unsigned short, limid_t>> flagsRewritten_;  // (VLAN, LAG) added again
+  // A LAG's first flag in a VLAN and, once added again, the members that took the latest flag.
+  struct LagInVlan {
+    bool firstFlag = false;
+    std::set<limid_t> givenLatestFlag;
+  };
+  std::map<std::pair<unsigned short, limid_t>, LagInVlan> lagsInVlans_;  // (VLAN, LAG)
   std::map<limid_t, unsigned short> tpids_;  // as asked for: a LAG's members take the LAG's
   std::map<sim::EgressKey, std::set<std::pair<limid_t, VlanMapping>>> egressUsers_;
 };

@@ -22,6 +22,8 @@ enum OpKind : uint8_t {
   kSetNativeVlan, kSetPrio, kSetQinQ, kSetTpid, kSetInnerTpid, kSetFrameType, kBlock, kAddRule,
   kDeleteRule, kCreateLag, kJoinLag, kLeaveLag, kDeleteLag,
   kFault,  // the next operation's first call of an SDK function fails with a code
+  kListMembers, kRegisterClient, kDeregisterClient,
+  kChipMode,  // members reported as module gports or not; as a run's first, no packet priority
   kOpKindCount
 };
 // clang-format on
