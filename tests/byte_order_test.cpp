@@ -29,7 +29,8 @@ TEST(HostModel, MemoryOrderIsTheCompilersAndTheTargetIsBigEndian32Bit) {
 }
 
 // Identifiers in ascending order with their four bytes read as a big-endian number: kind, slot,
-// then port, with bytes of 0x80 and above ordering as unsigned bytes.
+// then port, with bytes of 0x80 and above ordering as unsigned bytes. No name makes a first byte
+// of 0x7f or more: those are built as bytes, and the first byte orders as the most significant.
 const struct IdCase {
   const char* name;
   uint32_t bytes;
@@ -37,10 +38,8 @@ const struct IdCase {
     {"eth1/3", 0x01010003},   {"eth1/127", 0x0101007f}, {"eth1/128", 0x01010080},
     {"eth1/255", 0x010100ff}, {"eth1/256", 0x01010100}, {"eth1/33023", 0x010180ff},
     {"eth2/300", 0x0102012c}, {"eth200/1", 0x01c80001}, {"lag5", 0x02000005},
-    {"lag32769", 0x02008001}, {"vlan4094", 0x03000ffe},
-    // No name makes a first byte of 0x7f or more: built as bytes, and the first byte orders
-    // unsigned as the most significant.
-    {nullptr, 0x7f000001},    {nullptr, 0x80000000},   {nullptr, 0xff000000},
+    {"lag32769", 0x02008001}, {"vlan4094", 0x03000ffe}, {nullptr, 0x7f000001},
+    {nullptr, 0x80000000},    {nullptr, 0xff000000},
 };
 
 // Identifiers are copied into and out of byte buffers and packed records of the companion

@@ -40,17 +40,6 @@ class FrameWalkStagesTest : public SimTest {
   }
 };
 
-// Port 3's egress entry for VLAN 10 rewrites it to 30 with this priority action and priority.
-std::function<void()> EgressPriority(bcm_vlan_action_t action, int priority) {
-  return [=] {
-    bcm_vlan_action_set_t a;
-    bcm_vlan_action_set_t_init(&a);
-    a.new_outer_vlan = 30, a.ot_outer = bcmVlanActionReplace, a.ot_outer_pkt_prio = action;
-    a.priority = priority;
-    bcm_vlan_translate_egress_action_add(0, 3, 10, 0, &a);
-  };
-}
-
 TEST_F(FrameWalkStagesTest, EachStageDecidesFromTheChipState) {
   const struct {
     const char* name;
@@ -72,9 +61,7 @@ TEST_F(FrameWalkStagesTest, EachStageDecidesFromTheChipState) {
        {"2:[0x8100 10 p0]"}},
       {"group members outside the VLAN are pruned",
        [] { bcm_vlan_gport_delete(0, 10, sim::LocalGport(3)); }, 1, Frame{}, {"2:[0x8100 10 p0]"}},
-      {"egress priority add writes 0 (the library asks only for replace)",
-       EgressPriority(bcmVlanActionAdd, 0), 2, Tagged(10, 0x8100, 5),
-       {"1:untagged", "3:[0x8100 30 p0]"}},
+
       // clang-format on
       {"ingress translation on the second key after a miss on the first",
        [] {

@@ -37,8 +37,6 @@ const limid_t kInterfaces[] = {
     sim::EthernetPort(1, 4), sim::EthernetPort(1, 5), sim::EthernetPort(1, 9),
     sim::Lag(1),             sim::Lag(2),             sim::Lag(9)};
 // clang-format on
-// The top of the LAG classes: 127 on a chip with packet-priority actions, 63 on one without.
-int lagClassTop = 127;
 const limid_t kLags[] = {sim::Lag(1), sim::Lag(2)};
 const int kTrunkIds[] = {5, 6};
 const unsigned short kVlans[] = {10, 20, 30, 4000}, kNativeVlans[] = {10, 20, 0, 4095, 4096};
@@ -172,9 +170,7 @@ int Call(const Op& op) {
            [c = op.c](auto&, auto&) { return (c & 2) == 0; }});
       return 0;
     case kDeregisterClient: return domain.GetVlanOrchestrator()->DeregisterClient(priority, client), 0;
-    case kChipMode:
-      if (op.b % 2 == 0) return sim::chip().SetReportModuleGports(op.c % 2), 0;
-      return kSkipped;  // the driver sets the packet-priority capability before anything
+    case kChipMode: return sim::chip().SetReportModuleGports(op.c % 2), 0;
     default: return kSkipped;  // a fault: the driver arms it
   }
   // clang-format on
@@ -201,7 +197,6 @@ void Reset() {
   sim::common().AddLag(kLags[1], kTrunkIds[1]);
   for (const unsigned short vlan : {10, 20, 30})
     sim::chip().CreateVlan(vlan, vlan != 30);
-  lagClassTop = 127;
   ClearServiceBooks();
 }
 
@@ -247,11 +242,11 @@ sim::IngressKey IngressKeyOf(limid_t id, const VlanMapping& rule, bool qinq) {
           inner ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
 }
 
-// The egress entry of a rule: the interface's class (a LAG's counts down from the top) and the
-// matched VLANs.
+// The egress entry of a rule: the interface's class (a LAG's counts down from 127 on a chip with
+// packet-priority actions, as this one is) and the matched VLANs.
 sim::EgressKey EgressKeyOf(limid_t id, const VlanMapping& rule) {
   const int port = LocalPortOf(id), owner = ChipOwner(id);
-  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : lagClassTop - owner)
+  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : 127 - owner)
                         : port > 0       ? static_cast<int>(sim::chip().Port(port).egressClass)
                                          : -1;
   const sim::IngressKey key = IngressKeyOf(id, rule, false);
@@ -291,10 +286,6 @@ class Driver {
         sim::chip().FailNext(armed_->function, 1, armed_->rc);
       return;
     }
-    if (kind == kChipMode && op.b % 2 == 1 && step_ == 1) {  // the chip as it comes up
-      sim::chip().SetPacketPriorityCapable(op.c % 2 == 0);
-      lagClassTop = op.c % 2 == 0 ? 127 : 63;
-    }
     const size_t firstCall = trace.size(), assertions = sim::Assertions().size();
     const size_t firstRecord = sim::halLog().Records().size();
     // SetTpid, SetAcceptableFrameType and addMember pass an unknown LAG's out_of_range on.
@@ -314,7 +305,8 @@ class Driver {
       const bool again = lagVlan != domain.lagMembership().end() &&
                          lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a)));
       LagInVlan& record = lagsInVlans_[{Arg::Vlan(op.a), member}];
-      record = again ? LagInVlan{record.firstFlag, LagMembers(member)} : LagInVlan{op.c % 2 != 0, {}};
+      record =
+          again ? LagInVlan{record.firstFlag, LagMembers(member)} : LagInVlan{op.c % 2 != 0, {}};
     }
     for (auto& [key, record] : lagsInVlans_)
       if (kind == kLeaveLag)
@@ -485,7 +477,8 @@ class Driver {
       for (const limid_t& port :
            halbd::IsLag(key.second) ? LagMembers(key.second) : std::set<limid_t>{key.second}) {
         const auto lag = lagsInVlans_.find(key);
-        const bool firstFlag = lag != lagsInVlans_.end() && !lag->second.givenLatestFlag.count(port);
+        const bool firstFlag =
+            lag != lagsInVlans_.end() && !lag->second.givenLatestFlag.count(port);
         const bool taggedOnChip = firstFlag           ? lag->second.firstFlag
                                   : shared.count(key) ? shared[key]
                                                       : tagged;
@@ -540,7 +533,6 @@ std::string Describe(const Op& op) {
          std::to_string(op.c);
 }
 
-// Both services are process-wide singletons, registered on first use with one LAG orchestrator.
 std::shared_ptr<sim::LagOrchestratorSim> Lags() {
   static const auto lags = std::make_shared<sim::LagOrchestratorSim>();
   return lags;

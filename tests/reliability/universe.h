@@ -23,7 +23,7 @@ enum OpKind : uint8_t {
   kDeleteRule, kCreateLag, kJoinLag, kLeaveLag, kDeleteLag,
   kFault,  // the next operation's first call of an SDK function fails with a code
   kListMembers, kRegisterClient, kDeregisterClient,
-  kChipMode,  // members reported as module gports or not; as a run's first, no packet priority
+  kChipMode,  // the chip reports VLAN members as module gports, or not
   kOpKindCount
 };
 // clang-format on

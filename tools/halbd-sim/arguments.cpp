@@ -101,7 +101,8 @@ uint8_t ParsePriority(const std::string& text, const std::string& name) {
     return ParseNumber<uint8_t>(text, name);
   } catch (const ScenarioError&) {
     ParseInteger(text, LLONG_MIN, LLONG_MAX, name);  // a malformed number says so first
-    throw ScenarioError(name + " out of range (0 to " + std::to_string(kMaxPriority) + "): " + text);
+    throw ScenarioError(name + " out of range (0 to " + std::to_string(kMaxPriority) +
+                        "): " + text);
   }
 }
 

@@ -139,10 +139,9 @@ std::vector<Command> PortCommands() {
       NumberSetter<unsigned short>("SetNativeVlan", "vlan",
                                    "untagged VLAN of a port or LAG (4095: none)",
                                    &HalBridgePortItf::SetNativeVlan, RecordNativeVlan),
-      NumberSetter<unsigned char>("SetPrio4Untagged", "pcp",
-                                  "priority (0 to 7) given to untagged frames of a port or LAG",
-                                  &HalBridgePortItf::SetPrio4Untagged, RecordPriority,
-                                  ParsePriority),
+      NumberSetter<unsigned char>(
+          "SetPrio4Untagged", "pcp", "priority (0 to 7) given to untagged frames of a port or LAG",
+          &HalBridgePortItf::SetPrio4Untagged, RecordPriority, ParsePriority),
       {"SetVlanQinQ", "<id> <mode>", "Q-in-Q of a port or LAG: disable, enable or a number",
        PrepareQinQ},
       NumberSetter<unsigned short>("SetTpid", "tpid", "outer TPID of a port or LAG",
