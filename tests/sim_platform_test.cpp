@@ -110,6 +110,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
       CODE(bcm_vlan_translate_egress_action_add(0, 5, 100, 0, &bad[9]), BCM_E_PARAM),
       CODE(bcm_vlan_translate_egress_action_add(0, 128, 100, 0, &bad[7]), BCM_E_PARAM),
       CODE(bcm_vlan_translate_egress_action_add(0, 5, 100, 0, &bad[8]), BCM_E_PARAM),
+      CODE(bcm_vlan_gport_get_all(0, 10, 0, gports, &flags, &size), BCM_E_NONE),
   };
   for (const auto& c : codes)
     EXPECT_EQ(c.rc, c.expected) << c.call;
@@ -124,6 +125,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
   EXPECT_EQ(std::make_tuple(port.egressClass, cls, port.keyFirst, port.keySecond),
             std::make_tuple(122u, 122u, sim::PortState{}.keyFirst, 9));
   EXPECT_EQ(flags, 0);  // a second add changes only the flag
+  EXPECT_EQ(size, 0);  // the member listing stops where the caller's array ends
   EXPECT_THAT(sim::chip().Vlan(10).members, ElementsAre(Pair(3, false)));
   EXPECT_EQ(sim::chip().Vlan(10).control.protocol_pkt.dhcp_action, 0u);
   EXPECT_EQ(sim::chip().Vlan(10).control.broadcast_group, group);

@@ -114,6 +114,7 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       status = 1;
       if (!interactive)
         break;
+      sourced.clear();
     }
     session.Out().flush();
   }
