@@ -125,7 +125,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
   EXPECT_EQ(std::make_tuple(port.egressClass, cls, port.keyFirst, port.keySecond),
             std::make_tuple(122u, 122u, sim::PortState{}.keyFirst, 9));
   EXPECT_EQ(flags, 0);  // a second add changes only the flag
-  EXPECT_EQ(size, 0);  // the member listing stops where the caller's array ends
+  EXPECT_EQ(size, 0);   // the member listing stops where the caller's array ends
   EXPECT_THAT(sim::chip().Vlan(10).members, ElementsAre(Pair(3, false)));
   EXPECT_EQ(sim::chip().Vlan(10).control.protocol_pkt.dhcp_action, 0u);
   EXPECT_EQ(sim::chip().Vlan(10).control.broadcast_group, group);

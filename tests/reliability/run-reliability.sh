@@ -122,8 +122,7 @@ phase_fuzz() {
   mkdir -p "$frames"
   capture_frames examples/captures/provider-edge-in.pcap "$frames"
   run_fuzzer hex "$tool_seconds" 2048 "$frames"/* $fuzz/tool-regressions/hex/*
-  mkdir -p build-fuzz/tmp  # the capture fuzzer's files
-  TMPDIR=$PWD/build-fuzz/tmp run_fuzzer capture "$tool_seconds" 4096 examples/captures/*.pcap \
+  run_fuzzer capture "$tool_seconds" 4096 examples/captures/*.pcap \
     examples/expected/provider-edge/*.pcap $fuzz/tool-regressions/capture/*
 }
 

@@ -189,8 +189,8 @@ Action PrepareCapture(int port, Arguments& args) {
         s.Print("wrote " + file + ": " + std::to_string(copies.size()) +
                 (copies.size() == 1 ? " frame" : " frames"));
       } else {
-        failures +=
-            (failures.empty() ? "cannot write " : "; cannot write ") + file + ": " + failure;
+        failures.append(failures.empty() ? "" : "; ").append("cannot write ").append(file);
+        failures.append(": ").append(failure);
       }
     }
     if (!failures.empty())

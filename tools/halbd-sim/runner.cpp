@@ -80,6 +80,15 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
         session.Out() << Trim(line) << '\n';
       continue;
     }
+    // A mistake, or what only running a line can find wrong (a capture cut short or not written),
+    // after what the line did: a batch run stops there, the shell goes back to its prompt.
+    const auto mistake = [&](const char* message) {
+      session.Out().flush();
+      Report(err, current, !batch, message);
+      status = 1;
+      sourced.clear();
+      return !interactive;
+    };
     Action action;
     try {
       if (Lower(words[0]) == "source") {
@@ -90,12 +99,8 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       }
       action = PrepareLine(session, words);
     } catch (const ScenarioError& error) {
-      session.Out().flush();
-      Report(err, current, !batch, error.what());
-      status = 1;
-      if (!interactive)
+      if (mistake(error.what()))
         break;
-      sourced.clear();  // back to the shell's prompt
       continue;
     }
     if (echo)
@@ -107,14 +112,8 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       session.Out().flush();
       Report(err, current, !batch, failure.what());
     } catch (const ScenarioError& error) {
-      // What only running could tell (a capture that cannot be written or is cut short) ends the
-      // line as a mistake does, after what it did.
-      session.Out().flush();
-      Report(err, current, !batch, error.what());
-      status = 1;
-      if (!interactive)
+      if (mistake(error.what()))
         break;
-      sourced.clear();
     }
     session.Out().flush();
   }

@@ -67,10 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     hex += {"0123456789abcdef"[data[i] >> 4], "0123456789abcdef"[data[i] & 0xf]};
   WalkOnProviderEdge(size > 0 ? data[0] : 0, hex);
 #else
-  // The input as a capture file, its copies beside it (the reliability script sets TMPDIR).
-  const char* tmp = std::getenv("TMPDIR");
-  const std::string capture =
-      std::string(tmp ? tmp : "/tmp") + "/halbd-fuzz-" + std::to_string(getpid());
+  // The input as a capture file, its copies beside it in the build directory.
+  const std::string capture = HALBD_FUZZ_SCRATCH "/capture-" + std::to_string(getpid());
   std::ofstream(capture + ".pcap", std::ios::binary) << input;
   WalkOnProviderEdge(static_cast<uint8_t>(size), " --pcap " + capture + ".pcap --out " + capture);
 #endif
