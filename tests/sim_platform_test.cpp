@@ -69,6 +69,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
       CODE(bcm_vlan_gport_add(0, 10, g3, 1), BCM_E_NONE),
       CODE(bcm_vlan_gport_add(0, 10, m3, 0), BCM_E_NONE),
       CODE(bcm_vlan_gport_get(0, 10, g3, &flags), BCM_E_NONE),
+      CODE(bcm_vlan_gport_delete(0, 10, g5), BCM_E_NOT_FOUND),
       CODE(bcm_multicast_l2_encap_get(0, group, g3, 0, &encap), BCM_E_NONE),
       CODE(bcm_multicast_egress_add(0, group, g3, encap), BCM_E_NONE),
       CODE(bcm_multicast_egress_add(0, group, m3, encap), BCM_E_EXISTS),
@@ -109,6 +110,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
       CODE(bcm_vlan_translate_egress_action_add(0, 5, 100, 0, &bad[9]), BCM_E_PARAM),
       CODE(bcm_vlan_translate_egress_action_add(0, 128, 100, 0, &bad[7]), BCM_E_PARAM),
       CODE(bcm_vlan_translate_egress_action_add(0, 5, 100, 0, &bad[8]), BCM_E_PARAM),
+      CODE(bcm_vlan_gport_get_all(0, 10, 0, gports, &flags, &size), BCM_E_NONE),
   };
   for (const auto& c : codes)
     EXPECT_EQ(c.rc, c.expected) << c.call;
@@ -123,6 +125,7 @@ TEST_F(SimPlatform, ChipAnswersWithItsCodesAndOnlyAcceptedCallsChangeIt) {
   EXPECT_EQ(std::make_tuple(port.egressClass, cls, port.keyFirst, port.keySecond),
             std::make_tuple(122u, 122u, sim::PortState{}.keyFirst, 9));
   EXPECT_EQ(flags, 0);  // a second add changes only the flag
+  EXPECT_EQ(size, 0);   // the member listing stops where the caller's array ends
   EXPECT_THAT(sim::chip().Vlan(10).members, ElementsAre(Pair(3, false)));
   EXPECT_EQ(sim::chip().Vlan(10).control.protocol_pkt.dhcp_action, 0u);
   EXPECT_EQ(sim::chip().Vlan(10).control.broadcast_group, group);

@@ -103,6 +103,13 @@ TEST_F(FrameWalkStagesTest, EachStageDecidesFromTheChipState) {
        {"2:[0x8100 10 p0]"}},
       {"group members outside the VLAN are pruned",
        [] { bcm_vlan_gport_delete(0, 10, sim::LocalGport(3)); }, 1, Frame{}, {"2:[0x8100 10 p0]"}},
+      {"an egress priority add writes the priority, 0 too", [] {
+         bcm_vlan_action_set_t a; bcm_vlan_action_set_t_init(&a); a.ot_outer_pkt_prio = bcmVlanActionAdd;
+         a.priority = 0; bcm_vlan_translate_egress_action_add(0, 3, 10, 0, &a); },
+       2, Tagged(10, 0x8100, 5), {"1:untagged", "3:[0x8100 10 p0]"}},
+      {"an egress delete takes the tag off", [] {
+         bcm_vlan_action_set_t a; bcm_vlan_action_set_t_init(&a); a.ot_outer = bcmVlanActionDelete;
+         bcm_vlan_translate_egress_action_add(0, 3, 10, 0, &a); }, 2, Tagged(10), {"1:untagged", "3:untagged"}},
       // clang-format on
       {"ingress translation on the second key after a miss on the first",
        [] {

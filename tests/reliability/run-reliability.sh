@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Reliability run: the whole test suite under AddressSanitizer + UndefinedBehaviorSanitizer (leaks
 # included), the concurrent-first-use test under ThreadSanitizer, and a bounded run of the
-# model-based fuzzer. Each has a build directory of its own beside the default build.
+# model-based fuzzer and of the fuzzers of halbd-sim's inputs (scenario lines, hex frames,
+# captures). Each has a build directory of its own beside the default build.
 #
 #   tests/reliability/run-reliability.sh [asan] [tsan] [fuzz]     (default: all three)
-#   FUZZ_SECONDS=3600 FUZZ_JOBS=2 tests/reliability/run-reliability.sh fuzz
+#   FUZZ_SECONDS=3600 TOOL_FUZZ_SECONDS=600 FUZZ_JOBS=2 tests/reliability/run-reliability.sh fuzz
 #
 # On a fresh Debian machine it first installs what is missing (needs root for apt-get).
 set -euo pipefail
@@ -13,6 +14,7 @@ cd "$(dirname "$0")/../.."
 phases=("$@")
 [ ${#phases[@]} -eq 0 ] && phases=(asan tsan fuzz)
 fuzz_seconds=${FUZZ_SECONDS:-60}
+tool_seconds=${TOOL_FUZZ_SECONDS:-20}
 fuzz_jobs=${FUZZ_JOBS:-1}
 jobs=${JOBS:-2}
 
@@ -61,23 +63,22 @@ phase_tsan() {
     --gtest_filter='SingletonRace.*'
 }
 
-# Only the library carries the coverage instrumentation (see tests/reliability/CMakeLists.txt).
-# The seeds (the sweep's scenarios, and the regression inputs, which hold faults and bad values)
-# are copied, so that the run's new inputs stay in the build directory; an input that breaks a
-# check is written to build-fuzz/artifacts/ and belongs in tests/reliability/fuzz/regressions/
-# once the fault is fixed.
-phase_fuzz() {
-  CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DHALBD_FUZZ=ON >/dev/null
-  cmake --build build-fuzz -j"$jobs" --target halbd_model_fuzzer
-  mkdir -p build-fuzz/corpus build-fuzz/artifacts
-  cp tests/reliability/fuzz/corpus/* tests/reliability/fuzz/regressions/* build-fuzz/corpus/
-  local log=build-fuzz/fuzz.log
+# Runs one fuzzer for its time on build-fuzz/corpus-NAME, seeded from the given files, and prints
+# its figures. An input that breaks a check or crashes is written to build-fuzz/artifacts/ and
+# belongs in the fuzzer's regression directory once the fault is fixed: the seeds include it, so
+# it runs on every fuzz phase. Seeds are copied, so that the run's new inputs stay in the build
+# directory.
+run_fuzzer() {
+  local name=$1 seconds=$2 max_len=$3
+  shift 3
+  local corpus=build-fuzz/corpus-$name log=build-fuzz/fuzz-$name.log
+  mkdir -p "$corpus" build-fuzz/artifacts
+  [ $# -gt 0 ] && cp "$@" "$corpus/"
   local parallel=()
   [ "$fuzz_jobs" -gt 1 ] && parallel=(-fork="$fuzz_jobs")
   local status=0
-  ASAN_OPTIONS=detect_leaks=1 build-fuzz/tests/reliability/halbd_model_fuzzer build-fuzz/corpus \
-    -max_total_time="$fuzz_seconds" -max_len=256 -print_final_stats=1 "${parallel[@]}" \
+  ASAN_OPTIONS=detect_leaks=1 "build-fuzz/tests/reliability/halbd_${name}_fuzzer" "$corpus" \
+    -max_total_time="$seconds" -max_len="$max_len" -print_final_stats=1 "${parallel[@]}" \
     -artifact_prefix=build-fuzz/artifacts/ >"$log" 2>&1 || status=$?
   if [ "$status" -ne 0 ]; then
     grep -E '^(  |violation:)|ERROR|SUMMARY|Test unit written' "$log" | head -60
@@ -86,11 +87,43 @@ phase_fuzz() {
   local edges executions
   edges=$(grep -m1 -oE '[0-9]+ inline 8-bit counters' "$log" | cut -d' ' -f1)
   executions=$(grep -oE 'number_of_executed_units: [0-9]+' "$log" | awk '{n += $2} END {print n}')
-  local format="[ fuzz     ] %s s: %s executions, %s of %s library edges covered, %s features,"
-  format+=" %s inputs in the corpus, no broken check\n"
+  local format="[ fuzz %-8s] %s s: %s executions, %s of %s edges covered, %s features,"
+  format+=" %s inputs in the corpus, no failure\n"
   grep -oE 'cov: [0-9]+ ft: [0-9]+ corp: [0-9]+' "$log" | tail -1 |
-    awk -v f="$format" -v s="$fuzz_seconds" -v n="$executions" -v e="$edges" \
-      '{printf f, s, n, $2, e, $4, $6}'
+    awk -v f="$format" -v name="$name" -v s="$seconds" -v n="$executions" -v e="$edges" \
+      '{printf f, name, s, n, $2, e, $4, $6}'
+}
+
+# The hex fuzzer's seeds: each frame of a capture (little-endian, as libpcap writes it here) behind
+# a byte that picks the receiving port.
+capture_frames() {
+  local file=$1 out=$2 offset=24 frame=0 size length
+  size=$(stat -c %s "$file")
+  while [ $((offset + 16)) -le "$size" ]; do
+    length=$(od -An -tu4 -j $((offset + 8)) -N4 "$file" | tr -d ' ')
+    { printf '\x00'; tail -c +$((offset + 17)) "$file" | head -c "$length"; } >"$out/frame-$frame"
+    offset=$((offset + 16 + length)) frame=$((frame + 1))
+  done
+}
+
+# The model fuzzer: only the library carries the coverage instrumentation, so its edges are the
+# library's; its seeds are the sweep's scenarios and the regression inputs (faults, bad values).
+# The tool's fuzzers count the library's edges and halbd-sim's, and are seeded from the examples.
+phase_fuzz() {
+  shopt -s nullglob  # a regression directory may be empty
+  CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DHALBD_FUZZ=ON >/dev/null
+  cmake --build build-fuzz -j"$jobs" --target halbd_model_fuzzer halbd_scenario_fuzzer \
+    halbd_hex_fuzzer halbd_capture_fuzzer
+  local fuzz=tests/reliability/fuzz frames=build-fuzz/hex-seeds
+  run_fuzzer model "$fuzz_seconds" 256 $fuzz/corpus/* $fuzz/regressions/*
+  run_fuzzer scenario "$tool_seconds" 4096 examples/*.scn examples/pitfalls/*.scn \
+    $fuzz/tool-regressions/scenario/*
+  mkdir -p "$frames"
+  capture_frames examples/captures/provider-edge-in.pcap "$frames"
+  run_fuzzer hex "$tool_seconds" 2048 "$frames"/* $fuzz/tool-regressions/hex/*
+  run_fuzzer capture "$tool_seconds" 4096 examples/captures/*.pcap \
+    examples/expected/provider-edge/*.pcap $fuzz/tool-regressions/capture/*
 }
 
 failed=0

@@ -50,6 +50,8 @@ const int kPropValues[] = {HAL_VLAN_PROP_DHCP_TO_CPU, HAL_VLAN_PROP_DHCP_DROP, 5
 const vlanxlate::Stage kStages[] = {vlanxlate::Stage::Ingress, vlanxlate::Stage::Egress,
                                     vlanxlate::Stage(2)};
 const char* const kClients[] = {"hal-stlp", "hal-stlp ", "HAL-STLP"};
+// VLAN orchestrator clients, in both orders of priority and name.
+const std::pair<unsigned, const char*> kVlanClients[] = {{10, "igmp"}, {200, "dhcp"}, {10, "lldp"}};
 // Match, operation, action; the eighth rule has the first one's entry with another action.
 const VlanMapping kRules[] = {
     {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {}}},
@@ -67,7 +69,7 @@ std::string OpName(uint8_t kind) {
   std::istringstream names(
       "add-member del-member del-all-members is-member get-members add-property remove-property "
       "native-vlan prio qinq tpid inner-tpid frame-type block add-rule delete-rule create-lag join "
-      "leave delete-lag fault");
+      "leave delete-lag fault list-members register-client deregister-client chip-mode");
   const std::vector<std::string> all{std::istream_iterator<std::string>(names), {}};
   return all[kind % all.size()];
 }
@@ -101,11 +103,6 @@ const std::set<VlanMapping>& RulesOf(const Store& store, limid_t id) {
   return rules == store.end() ? none : rules->second;
 }
 
-// Both services are process-wide singletons, registered on first use with one LAG orchestrator.
-std::shared_ptr<sim::LagOrchestratorSim> Lags() {
-  static const auto lags = std::make_shared<sim::LagOrchestratorSim>();
-  return lags;
-}
 HalBcmBridgePort& Port() {
   return *HalBcmBridgePort::GetInstance(Lags());
 }
@@ -134,6 +131,8 @@ int Call(const Op& op) {
   const auto value = en_HalVlanPropValue(Pick(kPropValues, op.c));
   bool isMember = false, tagged = false;
   unsigned int number = 0;
+  std::set<limid_t> members;
+  const auto& [priority, client] = Pick(kVlanClients, op.a);
   // clang-format off
   switch (op.kind % kOpKindCount) {
     case kAddMember: return domain.addMember(bd, member, op.c % 2, 0);
@@ -164,6 +163,14 @@ int Call(const Op& op) {
     case kLeaveLag:
       return memberLag && *memberLag == lag ? Handled(Lags()->DeleteMember(lag, member)) : kSkipped;
     case kDeleteLag: return lagKnown ? Handled(Lags()->DeleteLag(lag)) : kSkipped;
+    case kListMembers: return domain.getMembers(bd, members);
+    case kRegisterClient:  // a client that refuses additions (bit 1 of c) or removals (bit 2)
+      domain.GetVlanOrchestrator()->RegisterClient(priority, client,
+          {[c = op.c](auto&, auto&, bool) { return (c & 1) == 0; },
+           [c = op.c](auto&, auto&) { return (c & 2) == 0; }});
+      return 0;
+    case kDeregisterClient: return domain.GetVlanOrchestrator()->DeregisterClient(priority, client), 0;
+    case kChipMode: return sim::chip().SetReportModuleGports(op.c % 2), 0;
     default: return kSkipped;  // a fault: the driver arms it
   }
   // clang-format on
@@ -190,13 +197,7 @@ void Reset() {
   sim::common().AddLag(kLags[1], kTrunkIds[1]);
   for (const unsigned short vlan : {10, 20, 30})
     sim::chip().CreateVlan(vlan, vlan != 30);
-  HalBcmBridgePortInspector port(Port());
-  HalBcmBridgeDomainInspector domain(Domain());
-  const auto clear = [](auto&... books) { (books.clear(), ...); };
-  clear(port.ingressVlanMappings(), port.egressVlanMappings(), port.nativeVlans(),
-        port.untaggedPrios(), port.qinqPorts(), port.tpids(), port.acceptableFrameTypes(),
-        port.blockedPorts(), domain.lagMembership(), domain.intfInfo());
-  domain.vlanOrchestrator() = std::make_shared<halswitchbd::VlanOrchestratorImpl>();
+  ClearServiceBooks();
 }
 
 // Steps whose failures the operations log and ignore: the lookup keys follow a port's tag layout,
@@ -211,7 +212,7 @@ const Steps kIgnoredSteps = {
 // Where "not found" is an answer, with no failure and no line: a port that is no member, a VLAN
 // without members, no earlier egress entry to replace.
 const Steps kNotFoundAnswers = {{"bcm_vlan_gport_get", {kIsMember}},
-                                {"bcm_vlan_gport_get_all", {kGetMembers}},
+                                {"bcm_vlan_gport_get_all", {kGetMembers, kListMembers}},
                                 {"bcm_vlan_translate_egress_action_delete", {kAddRule}}};
 
 bool Listed(const Steps& steps, const std::string& function, uint8_t kind) {
@@ -300,9 +301,16 @@ class Driver {
     const bool stored = IsStored(op);
     HalBcmBridgeDomainInspector domain(Domain());
     const auto lagVlan = domain.lagMembership().find(member);
-    if (kind == kAddMember && lagVlan != domain.lagMembership().end() &&
-        lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a))))
-      flagsRewritten_.emplace(Arg::Vlan(op.a), member);
+    if (kind == kAddMember && halbd::IsLag(member)) {  // added again: its members take the flag
+      const bool again = lagVlan != domain.lagMembership().end() &&
+                         lagVlan->second.count(sim::BridgeDomain(Arg::Vlan(op.a)));
+      LagInVlan& record = lagsInVlans_[{Arg::Vlan(op.a), member}];
+      record =
+          again ? LagInVlan{record.firstFlag, LagMembers(member)} : LagInVlan{op.c % 2 != 0, {}};
+    }
+    for (auto& [key, record] : lagsInVlans_)
+      if (kind == kLeaveLag)
+        record.givenLatestFlag.erase(member);
 
     const int rc = Apply(op);
     const std::vector<sim::LogRecord> log(sim::halLog().Records().begin() + firstRecord,
@@ -431,8 +439,9 @@ class Driver {
 
   // The chip's VLANs and replication groups hold exactly the ports the books put there, directly
   // or through their LAG, tagged as the shared table says (the latest request; the books keep the
-  // first), which lists what the books list. A LAG added again with another flag has it on its
-  // members of the time, the first one on later members. A LAG's members have the LAG's TPID.
+  // first), which lists what the books list. A LAG added again with another flag gives it to its
+  // members of the time; later members take the books' first one. A LAG's members have the LAG's
+  // TPID.
   void CheckMemberships(const std::string& what) {
     HalBcmBridgeDomainInspector books(Domain());
     std::map<std::pair<unsigned short, limid_t>, bool> booked, shared;  // (VLAN, id): tagged
@@ -467,12 +476,14 @@ class Driver {
       Expect(shared.count(key), what + sim::NameOf(key.second) + " not in the shared table");
       for (const limid_t& port :
            halbd::IsLag(key.second) ? LagMembers(key.second) : std::set<limid_t>{key.second}) {
-        const auto chip = onChip.find({key.first, LocalPortOf(port)});
+        const auto lag = lagsInVlans_.find(key);
+        const bool firstFlag =
+            lag != lagsInVlans_.end() && !lag->second.givenLatestFlag.count(port);
+        const bool taggedOnChip = firstFlag           ? lag->second.firstFlag
+                                  : shared.count(key) ? shared[key]
+                                                      : tagged;
         if (LocalPortOf(port) > 0 && !vlansCleared_.count(key.first))
-          expected[{key.first, LocalPortOf(port)}] =
-              flagsRewritten_.count(key) && chip != onChip.end()
-                  ? chip->second
-                  : !(shared.count(key) ? shared[key] : tagged);
+          expected[{key.first, LocalPortOf(port)}] = !taggedOnChip;
       }
     }
     Expect(onChip == expected, what + "the chip's VLAN members differ from the books");
@@ -494,7 +505,12 @@ class Driver {
   bool exact_ = true;          // nothing failed: the chip holds exactly what the books say
   std::set<limid_t> offChip_;  // ports that joined a LAG, deleted LAGs
   std::set<unsigned short> vlansCleared_;
-  std::set<std::pair<unsigned short, limid_t>> flagsRewritten_;  // (VLAN, LAG) added again
+  // A LAG's first flag in a VLAN and, once added again, the members that took the latest flag.
+  struct LagInVlan {
+    bool firstFlag = false;
+    std::set<limid_t> givenLatestFlag;
+  };
+  std::map<std::pair<unsigned short, limid_t>, LagInVlan> lagsInVlans_;  // (VLAN, LAG)
   std::map<limid_t, unsigned short> tpids_;  // as asked for: a LAG's members take the LAG's
   std::map<sim::EgressKey, std::set<std::pair<limid_t, VlanMapping>>> egressUsers_;
 };
@@ -515,6 +531,21 @@ std::vector<Op> DecodeOps(const std::vector<uint8_t>& bytes) {
 std::string Describe(const Op& op) {
   return OpName(op.kind) + " " + std::to_string(op.a) + " " + std::to_string(op.b) + " " +
          std::to_string(op.c);
+}
+
+std::shared_ptr<sim::LagOrchestratorSim> Lags() {
+  static const auto lags = std::make_shared<sim::LagOrchestratorSim>();
+  return lags;
+}
+
+void ClearServiceBooks() {
+  HalBcmBridgePortInspector port(Port());
+  HalBcmBridgeDomainInspector domain(Domain());
+  const auto clear = [](auto&... books) { (books.clear(), ...); };
+  clear(port.ingressVlanMappings(), port.egressVlanMappings(), port.nativeVlans(),
+        port.untaggedPrios(), port.qinqPorts(), port.tpids(), port.acceptableFrameTypes(),
+        port.blockedPorts(), domain.lagMembership(), domain.intfInfo());
+  domain.vlanOrchestrator() = std::make_shared<halswitchbd::VlanOrchestratorImpl>();
 }
 
 }  // namespace reliability

@@ -5,9 +5,12 @@
 #define HALBD_TESTS_RELIABILITY_UNIVERSE_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "sim/sim_lag_orchestrator.h"
 
 namespace reliability {
 
@@ -19,6 +22,8 @@ enum OpKind : uint8_t {
   kSetNativeVlan, kSetPrio, kSetQinQ, kSetTpid, kSetInnerTpid, kSetFrameType, kBlock, kAddRule,
   kDeleteRule, kCreateLag, kJoinLag, kLeaveLag, kDeleteLag,
   kFault,  // the next operation's first call of an SDK function fails with a code
+  kListMembers, kRegisterClient, kDeregisterClient,
+  kChipMode,  // the chip reports VLAN members as module gports, or not
   kOpKindCount
 };
 // clang-format on
@@ -44,6 +49,11 @@ struct RunResult {
   size_t checks = 0;
   std::vector<std::string> violations;
 };
+
+// The LAG orchestrator both services register with on first use, and emptying their books
+// (rules, attributes, memberships, VLAN clients): the services are process-wide singletons.
+std::shared_ptr<sim::LagOrchestratorSim> Lags();
+void ClearServiceBooks();
 
 // Runs the operations on a fresh universe, with the fault if one is planned, checking after each.
 RunResult RunOps(const std::vector<Op>& ops, const std::optional<Injection>& planned = {});

@@ -1,6 +1,7 @@
 #include "arguments.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include "line_reader.h"
@@ -92,6 +93,17 @@ long long ParseInteger(const std::string& text, long long min, long long max,
                         std::to_string(max) + "): " + text);
   }
   return number;
+}
+
+uint8_t ParsePriority(const std::string& text, const std::string& name) {
+  constexpr long long kMaxPriority = 7;
+  try {
+    return ParseNumber<uint8_t>(text, name);
+  } catch (const ScenarioError&) {
+    ParseInteger(text, LLONG_MIN, LLONG_MAX, name);  // a malformed number says so first
+    throw ScenarioError(name + " out of range (0 to " + std::to_string(kMaxPriority) +
+                        "): " + text);
+  }
 }
 
 std::pair<long long, long long> ParseRange(const std::string& text, long long min, long long max,

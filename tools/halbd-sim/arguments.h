@@ -45,6 +45,10 @@ T ParseNumber(const std::string& text, const std::string& name) {
       ParseInteger(text, std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), name));
 }
 
+// A priority, described as the 0 to 7 a tag carries; 8 to 255 still reach the library, whose
+// refusal of them is worth seeing.
+uint8_t ParsePriority(const std::string& text, const std::string& name);
+
 // "N" or "N-M" with min <= N <= M <= max, as the pair (N, M).
 std::pair<long long, long long> ParseRange(const std::string& text, long long min, long long max,
                                            const std::string& name);

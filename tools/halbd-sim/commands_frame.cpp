@@ -223,28 +223,42 @@ Action PrepareCapture(int port, Arguments& args) {
   const std::string input = args.Take("capture file");
   const std::string directory = args.TakeKeyword({"--out"}) ? args.Take("directory") : ".";
   const bool stages = TakeTrace(args);
-  const std::vector<CapturedFrame> frames = ReadCapture(input);
+  std::string cut;
+  const std::vector<CapturedFrame> frames = ReadCapture(input, cut);
   std::error_code error;
   if (std::filesystem::exists(directory, error) &&
       !std::filesystem::is_directory(directory, error)) {
     throw ScenarioError("--out " + directory + " is not a directory");
   }
+  // As a capture reader does, an empty capture is no failure, but a cut one fails once the frames
+  // before the cut have been walked; so does a copy that cannot be written.
   return [=](Session& s) {
     const auto leaving = WalkCapture(s, port, frames, stages);
+    if (frames.empty() && cut.empty())
+      s.Print("the capture " + input + " holds no frames");
     std::error_code made;
-    std::filesystem::create_directories(directory, made);
+    if (!leaving.empty())
+      std::filesystem::create_directories(directory, made);
+    if (made)
+      throw ScenarioError("cannot write into " + directory + ": " + made.message());
+    std::string failures = cut;
     for (const auto& [egress, copies] : leaving) {
       const std::string file = CaptureFileOf(directory, s.NameOfChipPort(egress));
-      const std::string failure = made ? made.message() : WriteCapture(file, copies);
-      Record written("capture", Role::Result);
-      written.Text(failure.empty() ? "wrote " : "cannot write ").Add("file", file).Text(": ");
-      if (!failure.empty())
-        written.Add("error", failure);
-      else
-        written.Add("frames", Json(copies.size()),
-                    std::to_string(copies.size()) + (copies.size() == 1 ? " frame" : " frames"));
-      s.Emit(written);
+      const std::string failure = WriteCapture(file, copies);
+      if (!failure.empty()) {
+        failures.append(failures.empty() ? "" : "; ").append("cannot write ").append(file);
+        failures.append(": ").append(failure);
+        continue;
+      }
+      s.Emit(Record("capture", Role::Result)
+                 .Text("wrote ")
+                 .Add("file", file)
+                 .Text(": ")
+                 .Add("frames", Json(copies.size()),
+                      std::to_string(copies.size()) + (copies.size() == 1 ? " frame" : " frames")));
     }
+    if (!failures.empty())
+      throw ScenarioError(failures);
   };
 }
 

@@ -29,11 +29,12 @@ using Record = void (*)(LibraryBook&, limid_t, unsigned, int);
 template <typename Value>
 Command NumberSetter(const std::string& name, const std::string& valueName,
                      const std::string& summary, int (HalBridgePortItf::*setter)(limid_t, Value),
-                     Record record) {
+                     Record record,
+                     Value (*parse)(const std::string&, const std::string&) = ParseNumber<Value>) {
   return {name, "<id> <" + valueName + ">", summary,
-          [valueName, setter, record](const Session& session, Arguments& args) -> Action {
+          [valueName, setter, record, parse](const Session& session, Arguments& args) -> Action {
             const limid_t id = TakeInterface(session, args, "id");
-            const Value value = ParseNumber<Value>(args.Take(valueName), valueName);
+            const Value value = parse(args.Take(valueName), valueName);
             args.ExpectEnd();
             return Operation([=](Session& s) {
               const int rc = (s.BridgePort().*setter)(id, value);
@@ -140,9 +141,9 @@ std::vector<Command> PortCommands() {
       NumberSetter<unsigned short>("SetNativeVlan", "vlan",
                                    "untagged VLAN of a port or LAG (4095: none)",
                                    &HalBridgePortItf::SetNativeVlan, RecordNativeVlan),
-      NumberSetter<unsigned char>("SetPrio4Untagged", "pcp",
-                                  "priority given to untagged frames of a port or LAG",
-                                  &HalBridgePortItf::SetPrio4Untagged, RecordPriority),
+      NumberSetter<unsigned char>(
+          "SetPrio4Untagged", "pcp", "priority (0 to 7) given to untagged frames of a port or LAG",
+          &HalBridgePortItf::SetPrio4Untagged, RecordPriority, ParsePriority),
       {"SetVlanQinQ", "<id> <mode>", "Q-in-Q of a port or LAG: disable, enable or a number",
        PrepareQinQ},
       NumberSetter<unsigned short>("SetTpid", "tpid", "outer TPID of a port or LAG",

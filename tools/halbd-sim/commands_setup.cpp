@@ -128,7 +128,7 @@ Action PrepareLag(const Session& session, Arguments& args) {
   if (sim::common().HasLag(lag))
     throw ScenarioError(name + " is already declared");
   const auto trunkId =
-      static_cast<int>(ParseInteger(args.Take("trunkId"), 0, BCM_GPORT_TRUNK_ID_MASK, "trunkId"));
+      static_cast<int>(ParseInteger(args.Take("trunkId"), 0, sim::kMaxTrunkId, "trunkId"));
   args.ExpectEnd();
   RefuseSharedTrunk(session, lag, trunkId);
   return [=](Session& s) {

@@ -171,7 +171,7 @@ bool CapturesSupported() {
   return true;
 }
 
-std::vector<CapturedFrame> ReadCapture(const std::string& path) {
+std::vector<CapturedFrame> ReadCapture(const std::string& path, std::string& cut) {
   char error[PCAP_ERRBUF_SIZE] = "";
   std::unique_ptr<pcap_t, decltype(&pcap_close)> capture(pcap_open_offline(path.c_str(), error),
                                                          &pcap_close);
@@ -191,8 +191,10 @@ std::vector<CapturedFrame> ReadCapture(const std::string& path) {
     frames.push_back(CapturedFrame{Bytes(data, data + header->caplen), header->ts.tv_sec,
                                    header->ts.tv_usec, header->len});
   }
-  if (rc == PCAP_ERROR)
-    throw ScenarioError("cannot read the capture " + path + ": " + pcap_geterr(capture.get()));
+  if (rc == PCAP_ERROR) {
+    cut = "the capture " + path + " is cut after frame " + std::to_string(frames.size()) + ": " +
+          pcap_geterr(capture.get());
+  }
   return frames;
 }
 
@@ -223,7 +225,7 @@ bool CapturesSupported() {
   return false;
 }
 
-std::vector<CapturedFrame> ReadCapture(const std::string&) {
+std::vector<CapturedFrame> ReadCapture(const std::string&, std::string&) {
   throw ScenarioError(
       "captures need libpcap: this halbd-sim was built without libpcap (frame PORT hex BYTES "
       "walks one frame)");

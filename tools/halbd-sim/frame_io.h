@@ -58,8 +58,9 @@ struct CapturedFrame {
 bool CapturesSupported();
 
 // Every frame of an Ethernet capture file; ScenarioError when it cannot be read, is not of link
-// type Ethernet, or the build has no libpcap.
-std::vector<CapturedFrame> ReadCapture(const std::string& path);
+// type Ethernet, or the build has no libpcap. A capture cut short (a copy interrupted, a disk
+// full) still gives the whole frames before the cut, and cut then says where and why.
+std::vector<CapturedFrame> ReadCapture(const std::string& path, std::string& cut);
 
 // Writes the frames as an Ethernet capture file; the text of the failure, or empty.
 std::string WriteCapture(const std::string& path, const std::vector<CapturedFrame>& frames);

@@ -1,6 +1,9 @@
 #include "line_reader.h"
 
+#include <cerrno>
+#include <filesystem>
 #include <sstream>
+#include <system_error>
 
 namespace halbdsim {
 
@@ -49,6 +52,18 @@ bool LineReader::Next(std::string& line) {
   }
   ++lineNumber_;
   return true;
+}
+
+std::string OpenScenarioFile(std::ifstream& file, const std::string& path) {
+  std::error_code ignored;
+  int error = std::filesystem::is_directory(path, ignored) ? EISDIR : 0;
+  if (error == 0) {
+    file.open(path);
+    error = file.is_open() ? 0 : errno;
+  }
+  if (error == 0)
+    return "";
+  return "cannot read " + path + ": " + std::error_code(error, std::generic_category()).message();
 }
 
 }  // namespace halbdsim

@@ -2,6 +2,7 @@
 #ifndef HALBD_SIM_LINE_READER_H
 #define HALBD_SIM_LINE_READER_H
 
+#include <fstream>
 #include <istream>
 #include <ostream>
 #include <stdexcept>
@@ -52,6 +53,10 @@ class LineReader : public LineSource {
   std::ostream* prompt_;
   int lineNumber_ = 0;
 };
+
+// Opens a scenario file; "cannot read PATH: why" when it cannot be read. A directory is refused
+// here: a stream opens one without complaint and then reads nothing from it.
+std::string OpenScenarioFile(std::ifstream& file, const std::string& path);
 
 }  // namespace halbdsim
 

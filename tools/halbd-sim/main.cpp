@@ -3,12 +3,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <system_error>
 
 #include "commands.h"
 #include "edit_line_reader.h"
@@ -60,10 +58,9 @@ int main(int argc, char** argv) {
 
   std::ifstream file;
   if (options.path != "-") {
-    file.open(options.path);
-    if (!file) {
-      std::cerr << "halbd-sim: cannot read " << options.path << ": "
-                << std::error_code(errno, std::generic_category()).message() << '\n';
+    const std::string problem = halbdsim::OpenScenarioFile(file, options.path);
+    if (!problem.empty()) {
+      std::cerr << "halbd-sim: " << problem << '\n';
       return kUsageError;
     }
   }
@@ -88,5 +85,5 @@ int main(int argc, char** argv) {
   else
     reader = std::make_unique<halbdsim::LineReader>(file, options.path, nullptr);
   const int status = halbdsim::RunScenario(session, *reader, interactive, std::cerr);
-  return halbdsim::FinishRun(session, status, options.strict, std::cerr);
+  return halbdsim::FinishRun(session, status, options.strict, std::cerr, interactive);
 }

@@ -31,7 +31,7 @@ VlanTag ParseTag(Arguments& args, const std::string& where) {
     tag.tpid = ParseNumber<uint16_t>(args.Take(where + " TPID"), where + " TPID");
   }
   if (args.TakeKeyword({"prio"})) {
-    tag.priority = ParseNumber<uint8_t>(args.Take(where + " priority"), where + " priority");
+    tag.priority = ParsePriority(args.Take(where + " priority"), where + " priority");
   }
   return tag;
 }

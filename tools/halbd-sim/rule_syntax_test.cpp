@@ -58,7 +58,7 @@ TEST(RuleSyntax, ParsesToTheRuleItNamesOrRefusesNamingThePart) {
       {"match outer 1 swap",
        "rule operation must be add, replace, add-replace, replace-replace or unknown: 'swap'"},
       {"match outer 1 replace outer 2 prio 300",
-       "action outer priority out of range (0 to 255): 300"},
+       "action outer priority out of range (0 to 7): 300"},
       {"match outer 1 replace outer 2 tpid", "missing action outer TPID"},
       {"match outer 1 replace outer", "missing action outer VLAN"},
       {"match outer 1 op", "missing operation value"},

@@ -1,9 +1,7 @@
 #include "runner.h"
 
-#include <cerrno>
 #include <fstream>
 #include <memory>
-#include <system_error>
 
 #include "commands.h"
 
@@ -37,14 +35,17 @@ void Echo(Session& session, const std::string& line, bool command) {
 // A scenario file being read by "source", with the stream it owns.
 class SourcedFile : public LineSource {
  public:
-  explicit SourcedFile(const std::string& path) : file_(path), reader_(file_, path, nullptr) {}
-  bool Opened() const { return file_.is_open(); }
+  explicit SourcedFile(const std::string& path)
+      : problem_(OpenScenarioFile(file_, path)), reader_(file_, path, nullptr) {}
+  // Why the file cannot be read; empty when it can.
+  const std::string& Problem() const { return problem_; }
   bool Next(std::string& line) override { return reader_.Next(line); }
   int LineNumber() const override { return reader_.LineNumber(); }
   const std::string& SourceName() const override { return reader_.SourceName(); }
 
  private:
   std::ifstream file_;
+  std::string problem_;
   LineReader reader_;
 };
 
@@ -56,10 +57,8 @@ std::unique_ptr<SourcedFile> OpenSource(const std::vector<std::string>& words, s
   if (depth >= kMaxSourceDepth)
     throw ScenarioError("source nested deeper than " + std::to_string(kMaxSourceDepth));
   auto file = std::make_unique<SourcedFile>(words[1]);
-  if (!file->Opened()) {
-    throw ScenarioError("cannot read " + words[1] + ": " +
-                        std::error_code(errno, std::generic_category()).message());
-  }
+  if (!file->Problem().empty())
+    throw ScenarioError(file->Problem());
   return file;
 }
 
@@ -101,6 +100,15 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
         Echo(session, line, false);
       continue;
     }
+    // A mistake, or what only running a line can find wrong (a capture cut short or not written),
+    // after what the line did: a batch run stops there, the shell goes back to its prompt.
+    const auto mistake = [&](const char* message) {
+      session.Out().flush();
+      Report(session, err, current, !batch, "error", message);
+      status = 1;
+      sourced.clear();
+      return !interactive;
+    };
     Action action;
     try {
       if (Lower(words[0]) == "source") {
@@ -111,11 +119,8 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       }
       action = PrepareLine(session, words);
     } catch (const ScenarioError& error) {
-      Report(session, err, current, !batch, "error", error.what());
-      status = 1;
-      if (!interactive)
+      if (mistake(error.what()))
         break;
-      sourced.clear();  // back to the shell's prompt
       continue;
     }
     if (echo)
@@ -126,6 +131,9 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       session.SetRangeVlan(std::nullopt);
       session.ExpectFailed(failure.what());
       Report(session, err, current, !batch, "expect-failed", failure.what());
+    } catch (const ScenarioError& error) {
+      if (mistake(error.what()))
+        break;
     }
     session.Out().flush();
   }
@@ -133,7 +141,9 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
   return status;
 }
 
-int FinishRun(Session& session, int status, bool strict, std::ostream& err) {
+int FinishRun(Session& session, int status, bool strict, std::ostream& err, bool interactive) {
+  if (interactive && !strict)
+    status = 0;  // the shell's mistakes were told as they happened; leaving it is no failure
   const int failures = session.UnexpectedFailures();
   const int expects = session.FailedExpects();
   if (!strict || (failures == 0 && expects == 0))

@@ -57,9 +57,11 @@ std::optional<int> ChipPortOfGport(int gport) {
   return port;
 }
 
-Session::Session(std::ostream& out) : out_(out) {
+Session::Session(std::ostream& out) : Session(out, std::make_shared<sim::LagOrchestratorSim>()) {}
+
+Session::Session(std::ostream& out, std::shared_ptr<sim::LagOrchestratorSim> lagOrchestrator)
+    : out_(out), lagOrchestrator_(std::move(lagOrchestrator)) {
   sim::Reset();
-  lagOrchestrator_ = std::make_shared<sim::LagOrchestratorSim>();
   bridgeDomain_ = HalBridgeDomainItf::getInstance(lagOrchestrator_);
   bridgePort_ = HalBridgePortItf::getInstance(lagOrchestrator_);
 }

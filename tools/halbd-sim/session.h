@@ -46,6 +46,9 @@ class Session {
   // that they register for its events (the bridge domain first). The services are process-wide
   // singletons: one session per process.
   explicit Session(std::ostream& out);
+  // The same with a LAG orchestrator that the services registered with before: a process that
+  // runs one session after another (a fuzzer) passes the same one each time, its books cleared.
+  Session(std::ostream& out, std::shared_ptr<sim::LagOrchestratorSim> lagOrchestrator);
 
   std::ostream& Out() { return out_; }
   HalBridgePortItf& BridgePort() { return *bridgePort_; }

@@ -43,6 +43,9 @@ limid_t ParseId(const std::string& name);
 int LocalGport(int port);
 int ModuleGport(int module, int port);
 int TrunkGport(int trunkId);
+// The chip's trunk table holds 128 trunks, as many as the egress classes a LAG's class counts
+// down through from the top of the class range.
+constexpr int kMaxTrunkId = 127;
 
 // ---- Common chip library tables
 // -------------------------------------------------------------------
