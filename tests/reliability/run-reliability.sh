@@ -18,20 +18,8 @@ tool_seconds=${TOOL_FUZZ_SECONDS:-20}
 fuzz_jobs=${FUZZ_JOBS:-1}
 jobs=${JOBS:-2}
 
-packages=(g++ cmake ninja-build libgtest-dev libgmock-dev binutils clang libclang-rt-dev)
-missing=()
-for package in "${packages[@]}"; do
-  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "error: missing packages and not root; install them: ${missing[*]}" >&2
-    exit 1
-  fi
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+# The suite runs whole under the sanitizers, so it needs what the host suite needs, and clang.
+scripts/install-packages.sh build tests reliability || exit 1
 
 # GCC links the sanitizer runtimes into shared libraries too, so the library and the simulated
 # platform keep linking with --no-undefined. It also warns about uninitialised values inside
