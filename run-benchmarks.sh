@@ -3,6 +3,7 @@
 # fresh Debian machine it first installs what is missing (apt-get, needs root). Not part of the
 # tests or of CI: the figures depend on the machine and on what else runs on it.
 #   ./run-benchmarks.sh [--quick] [--no-wait] [--filter REGEX]
+#   ./run-benchmarks.sh --instructions [--filter REGEX]
 # - builds halbd-bench and halbd-bench-memory in $BUILD_DIR (default build-bench, RelWithDebInfo;
 #   BUILD_TYPE=Release for a release build);
 # - waits (up to $WAIT_MINUTES, default 20) until the 1-minute load average is at most $MAX_LOAD
@@ -14,6 +15,12 @@
 #   each peak in a process of its own.
 # --quick: one short repetition, to try the suite; --no-wait: skip the wait for a quiet machine;
 # --filter: only the timing scenarios whose name matches (Google Benchmark's regular expression).
+# --instructions: the figures of record instead, which do not depend on the machine: every
+#   scenario on the null chip (or those matching --filter) runs a fixed number of operations under
+#   callgrind, and the table gives the library's own instructions per operation and per SDK call,
+#   its share if each SDK call took 1 us on a 1 GHz CPU at one instruction per cycle, and the heap
+#   allocations per operation (counting allocator). Needs valgrind and python3; no wait for a
+#   quiet machine. The dumps stay in $BUILD_DIR/instructions/.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -24,20 +31,23 @@ max_load=${MAX_LOAD:-1.0}
 wait_minutes=${WAIT_MINUTES:-20}
 repetitions=${REPETITIONS:-5}
 min_time=${MIN_TIME:-0.2}
-quick=0 wait_for_quiet=1 filter=""
+quick=0 wait_for_quiet=1 filter="" instructions=0
 
 while [ $# -gt 0 ]; do
   case $1 in
     --quick) quick=1 ;;
     --no-wait) wait_for_quiet=0 ;;
     --filter) shift; filter=${1:-} ;;
-    *) echo "usage: $0 [--quick] [--no-wait] [--filter REGEX]" >&2; exit 2 ;;
+    --instructions) instructions=1 ;;
+    *) echo "usage: $0 [--quick] [--no-wait] [--filter REGEX] | --instructions [--filter REGEX]" >&2
+       exit 2 ;;
   esac
   shift
 done
 
 # The configure step reads the whole tree, whose tests need GoogleTest.
 packages=(g++ cmake ninja-build libbenchmark-dev libgtest-dev libgmock-dev)
+[ $instructions -eq 1 ] && packages+=(valgrind python3)
 
 section() { printf '\n== %s\n' "$*"; }
 
@@ -69,9 +79,36 @@ if ! cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" >"$log
   exit 1
 fi
 rm -f "$log"
-cmake --build "$build_dir" -j "$jobs" --target halbd-bench halbd-bench-memory || exit 1
 bench=$build_dir/bench/halbd-bench
 memory=$build_dir/bench/halbd-bench-memory
+
+# ---- Instructions ----------------------------------------------------------------------------------
+if [ $instructions -eq 1 ]; then
+  cmake --build "$build_dir" -j "$jobs" --target halbd-bench halbd-bench-allocations || exit 1
+  out=$build_dir/instructions
+  rm -rf "$out"
+  mkdir -p "$out"
+  counting_args=(--instructions --benchmark_filter="${filter:-/null/}" --benchmark_out_format=json)
+  section "Allocations per operation (counting allocator)"
+  "$build_dir/bench/halbd-bench-allocations" "${counting_args[@]}" \
+    --benchmark_out="$out/allocations.json" >"$out/allocations.log" 2>&1 || {
+    tail -20 "$out/allocations.log"
+    exit 1
+  }
+  echo "counted"
+  section "Instructions per operation (callgrind)"
+  # Collection starts switched off; the program switches it on around each operation under test.
+  valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/callgrind.out" \
+    "$bench" "${counting_args[@]}" --benchmark_out="$out/counting.json" \
+    >"$out/valgrind.log" 2>&1 || {
+    tail -20 "$out/valgrind.log"
+    exit 1
+  }
+  python3 bench/support/instruction_table.py "$out" "$out/counting.json" "$out/allocations.json"
+  exit $?
+fi
+
+cmake --build "$build_dir" -j "$jobs" --target halbd-bench halbd-bench-memory || exit 1
 
 # ---- A quiet machine -------------------------------------------------------------------------------
 load() { cut -d' ' -f1 /proc/loadavg; }
