@@ -88,23 +88,30 @@ if [ $instructions -eq 1 ]; then
   out=$build_dir/instructions
   rm -rf "$out"
   mkdir -p "$out"
-  counting_args=(--instructions --benchmark_filter="${filter:-/null/}" --benchmark_out_format=json)
-  section "Allocations per operation (counting allocator)"
-  "$build_dir/bench/halbd-bench-allocations" "${counting_args[@]}" \
-    --benchmark_out="$out/allocations.json" >"$out/allocations.log" 2>&1 || {
-    tail -20 "$out/allocations.log"
-    exit 1
-  }
-  echo "counted"
-  section "Instructions per operation (callgrind)"
-  # Collection starts switched off; the program switches it on around each operation under test.
-  valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/callgrind.out" \
-    "$bench" "${counting_args[@]}" --benchmark_out="$out/counting.json" \
-    >"$out/valgrind.log" 2>&1 || {
-    tail -20 "$out/valgrind.log"
-    exit 1
-  }
-  python3 bench/support/instruction_table.py "$out" "$out/counting.json" "$out/allocations.json"
+  # Each run in a process of its own, so that its figures (allocation above all) depend on its own
+  # set-up only, not on which runs came before it.
+  mapfile -t runs < <("$bench" --instructions --benchmark_list_tests \
+    --benchmark_filter="${filter:-/null/}" | sed 's|/iterations:.*||')
+  [ ${#runs[@]} -gt 0 ] || { echo "error: no scenario matches" >&2; exit 1; }
+  section "Instructions per operation (callgrind) and allocations (counting allocator)"
+  echo "${#runs[@]} runs, one process each..."
+  n=0
+  for run in "${runs[@]}"; do
+    n=$((n + 1))
+    only=(--instructions --benchmark_filter="^${run}/" --benchmark_out_format=json)
+    "$build_dir/bench/halbd-bench-allocations" "${only[@]}" \
+      --benchmark_out="$out/allocations-$n.json" >"$out/allocations.log" 2>&1 || {
+      tail -20 "$out/allocations.log"
+      exit 1
+    }
+    # Collection starts switched off; the program switches it on around each operation under test.
+    valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out/callgrind.out.$n" \
+      "$bench" "${only[@]}" --benchmark_out="$out/counting-$n.json" >"$out/valgrind.log" 2>&1 || {
+      tail -20 "$out/valgrind.log"
+      exit 1
+    }
+  done
+  python3 bench/support/instruction_table.py "$out"
   exit $?
 fi
 

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """The library's instructions per operation, from the dumps of a counting run.
 
-Reads the callgrind dumps of `halbd-bench --instructions` (one per run of a scenario, named after
-it), the run's JSON results (SDK calls per operation, operations per run) and those of the
-allocation count (`halbd-bench-allocations --instructions`), and prints one row per run:
+Reads from DUMP_DIR the callgrind dumps of `halbd-bench --instructions` (callgrind.out.*, one per
+run of a scenario, named after it), the runs' JSON results (counting-*.json: SDK calls per
+operation, operations per run) and those of the allocation count (allocations-*.json, from
+`halbd-bench-allocations --instructions`), and prints one row per run:
 
   library instructions = the inclusive cost of every call that enters the library from outside it
                          (the scenario's harness, the LAG orchestrator's fan-out)
@@ -15,7 +16,7 @@ The companion libraries that the library asks (identifier tables, LAG member lis
 VLAN member table) stay in the figure, as do the C and C++ libraries' code it runs (allocation,
 tree balancing): they run on the switch's CPU for the library.
 
-usage: instruction_table.py DUMP_DIR TIMING_JSON ALLOCATIONS_JSON
+usage: instruction_table.py DUMP_DIR
 """
 import glob
 import json
@@ -82,15 +83,16 @@ def parse_dump(path):
     return run, entering, sdk
 
 
-def runs_of(results_path):
-    """Run name -> (operations, counters) from a Google Benchmark JSON file."""
-    with open(results_path, encoding="utf-8") as results:
-        benchmarks = json.load(results)["benchmarks"]
+def runs_of(pattern):
+    """Run name -> its results, from the Google Benchmark JSON files matching pattern."""
     runs = {}
-    for b in benchmarks:
-        # "rule/add-ingress/null/rules:16/iterations:64/manual_time" -> "rule/add-ingress/null/rules:16"
-        name = re.sub(r"/iterations:\d+.*$", "", b["name"])
-        runs[name] = b
+    for results_path in glob.glob(pattern):
+        with open(results_path, encoding="utf-8") as results:
+            benchmarks = json.load(results)["benchmarks"]
+        for b in benchmarks:
+            # "rule/add-ingress/null/rules:16/iterations:64/manual_time" -> "rule/add-ingress/null/rules:16"
+            name = re.sub(r"/iterations:\d+.*$", "", b["name"])
+            runs[name] = b
     return runs
 
 
@@ -99,11 +101,11 @@ def grouped(value):
 
 
 def main():
-    if len(sys.argv) != 4:
+    if len(sys.argv) != 2:
         sys.exit(__doc__.strip().splitlines()[-1])
-    dump_dir, timing_path, allocations_path = sys.argv[1:]
-    timing = runs_of(timing_path)
-    allocations = runs_of(allocations_path)
+    dump_dir = sys.argv[1]
+    timing = runs_of(f"{dump_dir}/counting-*.json")
+    allocations = runs_of(f"{dump_dir}/allocations-*.json")
     rows = []
     failed = []
     for path in sorted(glob.glob(f"{dump_dir}/callgrind.out.*")):
