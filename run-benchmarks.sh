@@ -4,6 +4,7 @@
 # tests or of CI: the figures depend on the machine and on what else runs on it.
 #   ./run-benchmarks.sh [--quick] [--no-wait] [--filter REGEX]
 #   ./run-benchmarks.sh --instructions [--filter REGEX]
+#   ./run-benchmarks.sh --powerpc
 # - builds halbd-bench and halbd-bench-memory in $BUILD_DIR (default build-bench, RelWithDebInfo;
 #   BUILD_TYPE=Release for a release build);
 # - waits (up to $WAIT_MINUTES, default 20) until the 1-minute load average is at most $MAX_LOAD
@@ -21,6 +22,9 @@
 #   its share if each SDK call took 1 us on a 1 GHz CPU at one instruction per cycle, and the heap
 #   allocations per operation (counting allocator). Needs valgrind and python3; no wait for a
 #   quiet machine. The dumps stay in $BUILD_DIR/instructions/.
+# --powerpc: the instructions that the PowerPC build executes for two of those operations (with
+#   the null chip's answer), counted under qemu-ppc by the plugin bench/powerpc/qemu_insn_count.c;
+#   cross-builds halbd-op-count in $TARGET_BUILD_DIR (default build-ppc).
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -31,7 +35,7 @@ max_load=${MAX_LOAD:-1.0}
 wait_minutes=${WAIT_MINUTES:-20}
 repetitions=${REPETITIONS:-5}
 min_time=${MIN_TIME:-0.2}
-quick=0 wait_for_quiet=1 filter="" instructions=0
+quick=0 wait_for_quiet=1 filter="" instructions=0 powerpc=0
 
 while [ $# -gt 0 ]; do
   case $1 in
@@ -39,7 +43,9 @@ while [ $# -gt 0 ]; do
     --no-wait) wait_for_quiet=0 ;;
     --filter) shift; filter=${1:-} ;;
     --instructions) instructions=1 ;;
-    *) echo "usage: $0 [--quick] [--no-wait] [--filter REGEX] | --instructions [--filter REGEX]" >&2
+    --powerpc) powerpc=1 ;;
+    *) echo "usage: $0 [--quick] [--no-wait] [--filter REGEX] | --instructions [--filter REGEX]" \
+         "| --powerpc" >&2
        exit 2 ;;
   esac
   shift
@@ -48,6 +54,7 @@ done
 # The configure step reads the whole tree, whose tests need GoogleTest.
 packages=(g++ cmake ninja-build libbenchmark-dev libgtest-dev libgmock-dev)
 [ $instructions -eq 1 ] && packages+=(valgrind python3)
+[ $powerpc -eq 1 ] && packages+=(g++-powerpc-linux-gnu qemu-user gcc)
 
 section() { printf '\n== %s\n' "$*"; }
 
@@ -68,6 +75,28 @@ if [ ${#missing[@]} -gt 0 ]; then
     echo "error: could not install ${missing[*]}" >&2
     exit 1
   fi
+fi
+
+# ---- PowerPC ---------------------------------------------------------------------------------------
+if [ $powerpc -eq 1 ]; then
+  target_dir=${TARGET_BUILD_DIR:-build-ppc}
+  section "PowerPC build ($build_type) in $target_dir"
+  log=$(mktemp)
+  if ! cmake -S . -B "$target_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" \
+      -DCMAKE_TOOLCHAIN_FILE=cmake/powerpc-linux-gnu.cmake >"$log" 2>&1; then
+    cat "$log"
+    rm -f "$log"
+    exit 1
+  fi
+  rm -f "$log"
+  cmake --build "$target_dir" -j "$jobs" --target halbd-op-count || exit 1
+  gcc -shared -fPIC -O2 -Wall -Wextra -Werror -o "$target_dir/qemu_insn_count.so" \
+    bench/powerpc/qemu_insn_count.c || exit 1
+  section "Instructions per operation on PowerPC (qemu-ppc, null chip's answer included)"
+  # Each line: the instructions between the marks, per operation; "empty" is the marks' own cost.
+  qemu-ppc -L /usr/powerpc-linux-gnu -plugin "$target_dir/qemu_insn_count.so" \
+    "$target_dir/bench/halbd-op-count"
+  exit $?
 fi
 
 # ---- Build -----------------------------------------------------------------------------------------
