@@ -224,10 +224,11 @@ void Register(const Family& family, const Scenario& scenario) {
   Families()[family.name] = family;
   for (const Chip chip : family.chips) {
     const std::string name = family.name + "/" + ChipName(chip);
-    const std::string sizeName = family.sizeName;
+    const std::string runPrefix = name + "/" + family.sizeName + ":";
     benchmark::internal::Benchmark* b = benchmark::RegisterBenchmark(
-        name.c_str(), [scenario, chip, name, sizeName](benchmark::State& state) {
-          currentRun = name + "/" + sizeName + ":" + std::to_string(state.range(0));
+        name.c_str(), [scenario, chip, runPrefix](benchmark::State& state) {
+          currentRun = runPrefix;
+          currentRun += std::to_string(state.range(0));
           scenario(state, chip);
         });
     b->ArgName(family.sizeName)->UseManualTime()->Unit(family.unit);
