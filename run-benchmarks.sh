@@ -51,10 +51,11 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-# The configure step reads the whole tree, whose tests need GoogleTest.
-packages=(g++ cmake ninja-build libbenchmark-dev libgtest-dev libgmock-dev)
+# The configure step reads the whole tree, whose tests need GoogleTest and whose shell needs
+# nlohmann/json; the cross build makes GoogleTest from its sources.
+packages=(g++ cmake ninja-build libbenchmark-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
 [ $instructions -eq 1 ] && packages+=(valgrind python3)
-[ $powerpc -eq 1 ] && packages+=(g++-powerpc-linux-gnu qemu-user gcc)
+[ $powerpc -eq 1 ] && packages+=(g++-powerpc-linux-gnu qemu-user googletest gcc)
 
 section() { printf '\n== %s\n' "$*"; }
 
