@@ -57,13 +57,59 @@ inline bool operator<(const VlanTag& a, const VlanTag& b) {
   return std::tie(a.vlanId, a.tpid, a.priority) < std::tie(b.vlanId, b.tpid, b.priority);
 }
 
+// The rule order compares the fields below in this sequence, each as an unsigned number, the first
+// difference deciding:
+//   match: hasOuterVlan, outer vlanId, tpid, priority, hasInnerVlan, inner vlanId, tpid, priority;
+//   operation; action: outer vlanId, tpid, priority, inner vlanId, tpid, priority.
+// The sequence is cut into five words, each field at its full width (a flag takes a byte), and the
+// words are compared in turn: the same order, in a few instructions a word. A port's rules mostly
+// differ in the outer VLAN they match, which the first, cheapest word already decides.
+namespace order {
+
+inline uint32_t Word0(const VlanMapping& r) {
+  return (uint32_t{r.match.hasOuterVlan} << 16) | r.match.outerVlanTag.vlanId;
+}
+inline uint64_t Word1(const VlanMapping& r) {
+  const VlanTag& outer = r.match.outerVlanTag;
+  return (uint64_t{outer.tpid} << 32) | (uint64_t{outer.priority} << 24) |
+         (uint64_t{r.match.hasInnerVlan} << 16) | r.match.innerVlanTag.vlanId;
+}
+inline uint64_t Word2(const VlanMapping& r) {
+  const VlanTag& inner = r.match.innerVlanTag;
+  return (uint64_t{inner.tpid} << 40) | (uint64_t{inner.priority} << 32) |
+         static_cast<uint32_t>(r.operation);
+}
+inline uint64_t Word3(const VlanMapping& r) {
+  const VlanTag& outer = r.action.outerVlanTag;
+  return (uint64_t{outer.vlanId} << 40) | (uint64_t{outer.tpid} << 24) |
+         (uint64_t{outer.priority} << 16) | r.action.innerVlanTag.vlanId;
+}
+inline uint32_t Word4(const VlanMapping& r) {
+  const VlanTag& inner = r.action.innerVlanTag;
+  return (uint32_t{inner.tpid} << 8) | inner.priority;
+}
+
+// The words after the first, for two rules whose first words are equal.
+inline bool LessAfterWord0(const VlanMapping& a, const VlanMapping& b) {
+  if (Word1(a) != Word1(b))
+    return Word1(a) < Word1(b);
+  if (Word2(a) != Word2(b))
+    return Word2(a) < Word2(b);
+  if (Word3(a) != Word3(b))
+    return Word3(a) < Word3(b);
+  return Word4(a) < Word4(b);
+}
+
+}  // namespace order
+
 // Rules order lexicographically over every field, absent tags included: rules are looked up by
 // exact value, so two rules that differ only in an unused field are distinct entries.
 inline bool operator<(const VlanMapping& a, const VlanMapping& b) {
-  return std::tie(a.match.hasOuterVlan, a.match.outerVlanTag, a.match.hasInnerVlan,
-                  a.match.innerVlanTag, a.operation, a.action.outerVlanTag, a.action.innerVlanTag) <
-         std::tie(b.match.hasOuterVlan, b.match.outerVlanTag, b.match.hasInnerVlan,
-                  b.match.innerVlanTag, b.operation, b.action.outerVlanTag, b.action.innerVlanTag);
+  const uint32_t a0 = order::Word0(a);
+  const uint32_t b0 = order::Word0(b);
+  if (a0 != b0)
+    return a0 < b0;
+  return order::LessAfterWord0(a, b);
 }
 
 // The printed name of an operation; every value from Invalid upwards prints as "Invalid".

@@ -3,7 +3,6 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "hal_platform.h"
 
@@ -49,6 +48,15 @@ std::optional<int> LookupPortLogged(const HalBcmCommon& common, limid_t intf) {
     Hal()->log(kError, "HAL ID not found: %s.", DecodedName(intf).c_str());
     return std::nullopt;
   }
+}
+
+// Erases key from a map if it is there. Erasing by key searches for the range of equal keys (two
+// descents, then a walk over the range); a map holds a key once, so one search does.
+template <typename Map>
+void EraseKey(Map& map, const typename Map::key_type& key) {
+  const auto entry = map.find(key);
+  if (entry != map.end())
+    map.erase(entry);
 }
 
 // Applies a chip change to every member port of a LAG and goes on past failures. Only
@@ -195,19 +203,26 @@ std::shared_ptr<halswitchbd::VlanOrchestrator> HalBcmBridgeDomain::GetVlanOrches
 
 // ---- Membership --------------------------------------------------------------------------------
 
+// The VLAN number is decoded once per request and handed down to the chip steps, which the LAG
+// events reach through bcmAddMember and bcmDelMember instead.
 int HalBcmBridgeDomain::addMember(limid_t bridgeDomain, limid_t intf, bool tagged, unsigned int) {
-  const int rc = IsLag(intf) ? addLagMember(bridgeDomain, intf, tagged)
-                             : addPortMember(bridgeDomain, intf, tagged);
+  const unsigned short vlan = VlanOfBridgeDomain(bridgeDomain);
+  const int rc = IsLag(intf) ? addLagMember(bridgeDomain, vlan, intf, tagged)
+                             : addPortMember(bridgeDomain, vlan, intf, tagged);
   if (rc != 0)
     return -1;
-  const unsigned short vlan = VlanOfBridgeDomain(bridgeDomain);
-  // The shared table reflects the latest request, whereas the books keep the first flag.
-  bcmCommon->GetVlanMemberTable()[vlan][intf] = tagged;
+  // The shared table reflects the latest request, whereas the books keep the first flag. A plain
+  // insert places a new member where its search ended; operator[] would search, then check the
+  // place again before inserting.
+  const auto [entry, added] = bcmCommon->GetVlanMemberTable()[vlan].insert({intf, tagged});
+  if (!added)
+    entry->second = tagged;
   vlanOrchestrator->NotifyMemberAddedToVlan(vlan, intf, tagged);
   return 0;
 }
 
-int HalBcmBridgeDomain::addPortMember(limid_t bridgeDomain, limid_t intf, bool tagged) {
+int HalBcmBridgeDomain::addPortMember(limid_t bridgeDomain, unsigned short vlan, limid_t intf,
+                                      bool tagged) {
   const std::optional<int> gport = LookupPortLogged(*bcmCommon, intf);
   if (!gport)
     return -1;
@@ -215,61 +230,66 @@ int HalBcmBridgeDomain::addPortMember(limid_t bridgeDomain, limid_t intf, bool t
   // A port in a LAG takes the LAG's VLANs; adding it directly is a caller's mistake.
   if (member_it.inLAG)
     _sal_assert("!member_it.inLAG", kAssertFile, kAddAssertLine);
-  if (IsLocalPortGport(*gport) && bcmAddMember(*gport, bridgeDomain, tagged) != 0)
+  if (IsLocalPortGport(*gport) && addPhysicalPort(unit, *gport, vlan, tagged) != 0)
     return -1;
-  member_it.bridgeDomains.emplace(bridgeDomain, tagged);
+  member_it.bridgeDomains.insert({bridgeDomain, tagged});
   return 0;
 }
 
-int HalBcmBridgeDomain::addLagMember(limid_t bridgeDomain, limid_t lag, bool tagged) {
+int HalBcmBridgeDomain::addLagMember(limid_t bridgeDomain, unsigned short vlan, limid_t lag,
+                                     bool tagged) {
   // Not guarded: an unknown LAG is the caller's problem.
   const std::set<limid_t>& members = bcmCommon->GetLagMembers(lag);
   const bool ok = ForEachMemberPort(
-      *bcmCommon, members, [&](int gport) { return bcmAddMember(gport, bridgeDomain, tagged); });
+      *bcmCommon, members, [&](int gport) { return addPhysicalPort(unit, gport, vlan, tagged); });
   // Members already programmed stay on the chip; the books only learn of complete successes.
   if (!ok)
     return -1;
-  lagMembership[lag].emplace(bridgeDomain, tagged);
+  lagMembership[lag].insert({bridgeDomain, tagged});
   return 0;
 }
 
 int HalBcmBridgeDomain::delMember(limid_t bridgeDomain, limid_t intf) {
   const unsigned short vlan = VlanOfBridgeDomain(bridgeDomain);
   // The VLAN's entry is created if missing and kept, even when empty.
-  bcmCommon->GetVlanMemberTable()[vlan].erase(intf);
+  EraseKey(bcmCommon->GetVlanMemberTable()[vlan], intf);
   // Clients hear of the removal before the chip changes, whether or not intf was a member.
   vlanOrchestrator->NotifyMemberRemovedFromVlan(vlan, intf);
-  return IsLag(intf) ? delLagMember(bridgeDomain, intf) : delPortMember(bridgeDomain, intf);
+  return IsLag(intf) ? delLagMember(bridgeDomain, vlan, intf)
+                     : delPortMember(bridgeDomain, vlan, intf);
 }
 
-int HalBcmBridgeDomain::delPortMember(limid_t bridgeDomain, limid_t intf) {
+int HalBcmBridgeDomain::delPortMember(limid_t bridgeDomain, unsigned short vlan, limid_t intf) {
   const std::optional<int> gport = LookupPortLogged(*bcmCommon, intf);
   if (!gport)
     return -1;
   auto it = intfInfo.find(intf);
   if (it != intfInfo.end()) {
-    it->second.bridgeDomains.erase(bridgeDomain);
+    EraseKey(it->second.bridgeDomains, bridgeDomain);
     if (it->second.inLAG)
       _sal_assert("!it->second.inLAG", kAssertFile, kDelAssertLine);
   }
   if (!IsLocalPortGport(*gport))
     return 0;
-  return Result(bcmDelMember(*gport, bridgeDomain) == 0);
+  return Result(delPhysicalPort(unit, *gport, vlan) == 0);
 }
 
-int HalBcmBridgeDomain::delLagMember(limid_t bridgeDomain, limid_t lag) {
-  std::set<limid_t> members;
+int HalBcmBridgeDomain::delLagMember(limid_t bridgeDomain, unsigned short vlan, limid_t lag) {
+  // The member list is walked where the common library keeps it: nothing that runs during the
+  // walk (the chip calls and the HAL's log) changes a LAG's members, and the VLAN's clients, who
+  // might, have already been told.
+  const std::set<limid_t>* members = nullptr;
   try {
-    members = bcmCommon->GetLagMembers(lag);
+    members = &bcmCommon->GetLagMembers(lag);
   } catch (const std::out_of_range&) {
     Hal()->log(kError,
                "%s Couldn't find members for LAG %s. Likely already removed by Lag orchestrator",
                "delMember", DecodedName(lag).c_str());
     return -1;
   }
-  lagMembership[lag].erase(bridgeDomain);
-  const bool ok = ForEachMemberPort(*bcmCommon, members,
-                                    [&](int gport) { return bcmDelMember(gport, bridgeDomain); });
+  EraseKey(lagMembership[lag], bridgeDomain);
+  const bool ok = ForEachMemberPort(*bcmCommon, *members,
+                                    [&](int gport) { return delPhysicalPort(unit, gport, vlan); });
   return Result(ok);
 }
 
@@ -337,36 +357,57 @@ int HalBcmBridgeDomain::getNumMembers(limid_t bridgeDomain, unsigned int& count)
 }
 
 int HalBcmBridgeDomain::getMembers(limid_t bridgeDomain, std::set<limid_t>& members) const {
-  members.clear();
-  std::vector<bcm_gport_t> gports(kMaxVlanMembers);
-  std::vector<int> flags(kMaxVlanMembers);
+  // Two 4 KiB arrays for the chip's answer, made and dropped with the call; nothing reads them
+  // before the chip wrote them, so they are not filled first.
+  bcm_gport_t gports[kMaxVlanMembers];
+  int flags[kMaxVlanMembers];
   int count = 0;
   const int rc = bcm_vlan_gport_get_all(unit, VlanOfBridgeDomain(bridgeDomain), kMaxVlanMembers,
-                                        gports.data(), flags.data(), &count);
-  if (rc == BCM_E_NOT_FOUND)
+                                        gports, flags, &count);
+  if (rc == BCM_E_NOT_FOUND) {
+    members.clear();
     return 0;  // a VLAN without members
+  }
   if (rc < 0) {
+    members.clear();
     Hal()->log(kError, "Error retrieving members of %s: %s.", DecodedName(bridgeDomain).c_str(),
                bcm_errmsg(rc));
     return -1;
   }
+  // The caller's set is the result. While the listing repeats the set's members in its order (a
+  // caller refreshing its view of an unchanged VLAN), their nodes stay where they are; from the
+  // first difference on, what is left of the old result goes and the rest is inserted. Either way
+  // the set holds exactly the members listed so far, also when a lookup fails part-way.
+  auto kept = members.begin();
+  bool refreshing = true;
   for (int i = 0; i < count; ++i) {
     bcm_gport_t gport = gports[i];
     // Some chips report members by module and port; the reverse table knows local ports only.
     if (halbd::IsModulePortGport(gport)) {
       gport = halbd::LocalPortOfGport(gport) | (BCM_GPORT_TYPE_LOCAL << BCM_GPORT_TYPE_SHIFT);
     }
+    limid_t member{};
     try {
-      // The chip lists members in port order, which is the identifiers' order too where they
-      // number ports in sequence: hinted at the end, such an insert needs no descent of the set,
-      // so a listing of 1024 members costs in proportion to its length.
-      members.insert(members.end(), bcmCommon->LookupDeviceId(composed_id<int>{gport, -1}));
+      member = bcmCommon->LookupDeviceId(composed_id<int>{gport, -1});
     } catch (const std::out_of_range& e) {
+      members.erase(kept, members.end());
       Hal()->log(kError, "Error retrieving members of %s: %s.", DecodedName(bridgeDomain).c_str(),
                  e.what());
       return -1;
     }
+    if (refreshing && kept != members.end() && *kept == member) {
+      ++kept;
+      continue;
+    }
+    if (refreshing) {
+      kept = members.erase(kept, members.end());
+      refreshing = false;
+    }
+    // The chip lists members in port order, which is the identifiers' order too where they number
+    // ports in sequence: hinted at the end, such an insert needs no descent of the set.
+    members.insert(members.end(), member);
   }
+  members.erase(kept, members.end());
   return 0;
 }
 
@@ -555,6 +596,6 @@ int HalBcmBridgeDomain::DelLAGEvent(const limid_t& lag) {
     if (DelMemberLAGEvent(lag, member) != 0)
       ok = false;
   }
-  lagMembership.erase(lag);
+  EraseKey(lagMembership, lag);
   return Result(ok);
 }

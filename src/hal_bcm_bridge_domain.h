@@ -75,10 +75,11 @@ class HalBcmBridgeDomain : public HalBridgeDomainItf {
   friend struct HalBcmBridgeDomainInspector;
 
   // The two halves of addMember before its common tail, and of delMember after its notification.
-  int addPortMember(limid_t bridgeDomain, limid_t intf, bool tagged);
-  int addLagMember(limid_t bridgeDomain, limid_t lag, bool tagged);
-  int delPortMember(limid_t bridgeDomain, limid_t intf);
-  int delLagMember(limid_t bridgeDomain, limid_t lag);
+  // vlan is the VLAN number of bridgeDomain.
+  int addPortMember(limid_t bridgeDomain, unsigned short vlan, limid_t intf, bool tagged);
+  int addLagMember(limid_t bridgeDomain, unsigned short vlan, limid_t lag, bool tagged);
+  int delPortMember(limid_t bridgeDomain, unsigned short vlan, limid_t intf);
+  int delLagMember(limid_t bridgeDomain, unsigned short vlan, limid_t lag);
 
   HalBcmCommon* bcmCommon;
   std::shared_ptr<halswitchl2if::LagOrchestrator> lagOrchestrator;

@@ -1,8 +1,19 @@
 #include "bench_platform.h"
 
+#include <malloc.h>
+
+#ifdef HALBD_HAVE_CALLGRIND
+#include <valgrind/callgrind.h>
+#else
+// Without valgrind's headers the counting mode counts allocations only.
+#define CALLGRIND_TOGGLE_COLLECT
+#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
+#endif
+
 #include <algorithm>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "bridge_domain_inspector.h"
 #include "bridge_port_inspector.h"
@@ -19,6 +30,17 @@ std::map<std::string, Family>& Families() {
   static std::map<std::string, Family> families;
   return families;
 }
+
+// Every registered benchmark with the operations it runs in counting mode.
+std::vector<std::pair<benchmark::internal::Benchmark*, int64_t>>& Registered() {
+  static std::vector<std::pair<benchmark::internal::Benchmark*, int64_t>> registered;
+  return registered;
+}
+
+// The run in progress, as its dump is named.
+std::string currentRun;
+int64_t allocationsBefore = 0;
+int64_t allocations = 0;
 
 // What the books may still hold after a scenario: records that no operation erases (a port's
 // IntfInfo, its acceptable frame type back at the default, a rule set left empty), but no
@@ -167,17 +189,54 @@ void ReportCalls(benchmark::State& state, int64_t ops, uint64_t calls, double se
     state.counters["ns/call"] = seconds * 1e9 / static_cast<double>(calls);
 }
 
+bool countingMode = false;
+
+void EnterCountingMode() {
+  countingMode = true;
+  for (const auto& [b, ops] : Registered())
+    b->Iterations(ops);
+}
+
+void RunBegins() {
+  // What the set-up and earlier runs freed would otherwise be consolidated by the first large
+  // request of an operation, and the figures would depend on which runs came before.
+  malloc_trim(0);
+  allocations = 0;
+}
+
+void OpBegins() {
+  allocationsBefore = AllocationsSoFar();
+  CALLGRIND_TOGGLE_COLLECT;
+}
+
+void OpEnds() {
+  CALLGRIND_TOGGLE_COLLECT;
+  allocations += AllocationsSoFar() - allocationsBefore;
+}
+
+void RunEnds(benchmark::State& state, int64_t ops) {
+  CALLGRIND_DUMP_STATS_AT(currentRun.c_str());
+  if (AllocationsSoFar() >= 0 && ops > 0)
+    state.counters["allocs/op"] = static_cast<double>(allocations) / static_cast<double>(ops);
+}
+
 void Register(const Family& family, const Scenario& scenario) {
   Families()[family.name] = family;
   for (const Chip chip : family.chips) {
     const std::string name = family.name + "/" + ChipName(chip);
+    const std::string runPrefix = name + "/" + family.sizeName + ":";
     benchmark::internal::Benchmark* b = benchmark::RegisterBenchmark(
-        name.c_str(), [scenario, chip](benchmark::State& state) { scenario(state, chip); });
+        name.c_str(), [scenario, chip, runPrefix](benchmark::State& state) {
+          currentRun = runPrefix;
+          currentRun += std::to_string(state.range(0));
+          scenario(state, chip);
+        });
     b->ArgName(family.sizeName)->UseManualTime()->Unit(family.unit);
     for (const int64_t size : family.sizes)
       b->Arg(size);
     if (family.iterations > 0)
       b->Iterations(family.iterations);
+    Registered().emplace_back(b, family.countedOps);
   }
 }
 

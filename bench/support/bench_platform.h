@@ -75,6 +75,23 @@ void CheckClean(benchmark::State& state);
 // "calls/op" and, when there were calls, "ns/call".
 void ReportCalls(benchmark::State& state, int64_t ops, uint64_t calls, double seconds);
 
+// ---- Counting mode ---------------------------------------------------------------------------
+// Instead of timing, every scenario runs a fixed number of operations under callgrind
+// (./run-benchmarks.sh --instructions): collection is on only while an operation under test runs,
+// and each run of a scenario ends with a dump of its own, named after the run as "<family>/<chip>/
+// <sizeName>:<size>". Where the program carries the counting allocator, the operations'
+// allocations are counted too.
+void EnterCountingMode();
+extern bool countingMode;
+// Before the first operation under test of a run, around each, and after the last of `ops`.
+void RunBegins();
+void OpBegins();
+void OpEnds();
+void RunEnds(benchmark::State& state, int64_t ops);
+
+// Blocks allocated with operator new so far, or -1 in a program without the counting allocator.
+int64_t AllocationsSoFar();
+
 // The benchmark loop for an operation that changes state: every iteration is one op(k), timed, for
 // k = 0 to batch - 1; then undo(k) for each op of the batch, untimed, brings the state back, and
 // the next batch begins. Timing a batch rather than each operation keeps the cost of reading the
@@ -90,12 +107,18 @@ void TimeInBatches(benchmark::State& state, int batch, Op op, Undo undo) {
   double seconds = 0;
   Clock::time_point start;
   bool ok = true;
+  if (countingMode)
+    RunBegins();
   for (auto _ : state) {
     if (inBatch == 0) {
       callsBefore = sim::chip().CallCount();
       start = Clock::now();
     }
+    if (countingMode)
+      OpBegins();
     ok = op(inBatch) && ok;
+    if (countingMode)
+      OpEnds();
     ++inBatch;
     ++done;
     if (inBatch < batch && done < total) {
@@ -114,6 +137,8 @@ void TimeInBatches(benchmark::State& state, int batch, Op op, Undo undo) {
   if (!ok)
     state.SkipWithError("an operation under test failed");
   ReportCalls(state, done, calls, seconds);
+  if (countingMode)
+    RunEnds(state, done);
 }
 
 // How the cost of one operation should grow with the size of its scenario: independent of it
@@ -138,6 +163,9 @@ struct Family {
   // 0: the framework chooses the number of iterations.
   int64_t iterations = 0;
   TimeTarget target;
+  // The operations of one run in counting mode: a multiple of the batch, enough that the first
+  // operations' extra work (a map's first node, the allocator's first chunk) weighs little.
+  int64_t countedOps = 64;
   // Whether the limit on the library's time per SDK call applies. It does not to an operation
   // whose single call answers with a list: its cost is per listed entry.
   bool perCallLimit = true;

@@ -8,9 +8,12 @@
 #include <cstdlib>
 #include <new>
 
+#include "bench_platform.h"
+
 namespace {
 
 bench::HeapUse live;
+int64_t allocated = 0;
 
 void* Allocate(std::size_t size) {
   void* block = std::malloc(size == 0 ? 1 : size);
@@ -18,6 +21,7 @@ void* Allocate(std::size_t size) {
     throw std::bad_alloc();
   live.bytes += static_cast<int64_t>(malloc_usable_size(block));
   ++live.blocks;
+  ++allocated;
   return block;
 }
 
@@ -35,6 +39,10 @@ namespace bench {
 
 HeapUse LiveHeap() {
   return live;
+}
+
+int64_t AllocationsSoFar() {
+  return allocated;
 }
 
 }  // namespace bench

@@ -17,6 +17,8 @@ struct HeapUse {
 // What is allocated with operator new and not yet deleted.
 HeapUse LiveHeap();
 
+// AllocationsSoFar() of bench_platform.h: every block operator new handed out, freed or not.
+
 }  // namespace bench
 
 #endif  // HALBD_BENCH_SUPPORT_HEAP_COUNTER_H
