@@ -51,32 +51,14 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-# The configure step reads the whole tree, whose tests need GoogleTest and whose shell needs
-# nlohmann/json; the cross build makes GoogleTest from its sources.
-packages=(g++ cmake ninja-build libbenchmark-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
-[ $instructions -eq 1 ] && packages+=(valgrind python3)
-[ $powerpc -eq 1 ] && packages+=(g++-powerpc-linux-gnu qemu-user googletest gcc)
-
 section() { printf '\n== %s\n' "$*"; }
 
 # ---- Packages --------------------------------------------------------------------------------------
-missing=()
-for package in "${packages[@]}"; do
-  dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "error: not root, cannot install: ${missing[*]}" >&2
-    exit 1
-  fi
-  if ! { apt-get update -qq &&
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
-      >/dev/null; }; then
-    echo "error: could not install ${missing[*]}" >&2
-    exit 1
-  fi
-fi
+# The groups of packages.txt: the whole tree is configured (build), the benchmarks need Google
+# Benchmark and callgrind (bench); the PowerPC counts need the cross build (target).
+groups=(build bench)
+[ $powerpc -eq 1 ] && groups+=(target)
+scripts/install-packages.sh "${groups[@]}" || exit 1
 
 # ---- PowerPC ---------------------------------------------------------------------------------------
 if [ $powerpc -eq 1 ]; then
