@@ -178,7 +178,7 @@ const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (auto area : {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands,
-                      FrameCommands, ExpectCommands, ShellCommands}) {
+                      FrameCommands, LiveCommands, ExpectCommands, ShellCommands}) {
       for (Command& command : area())
         all.push_back(std::move(command));
     }

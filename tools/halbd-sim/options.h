@@ -14,6 +14,7 @@ struct Options {
   bool json = false;         // show tables as JSON documents
   bool quiet = false;        // results and tables only: no echo, no effects
   bool interactive = false;  // -i: a shell even when standard input is not a terminal
+  bool live = false;         // --live: forward between the ports' interfaces until stopped
   std::string path = "-";    // the scenario; "-" for standard input
 };
 

@@ -107,6 +107,15 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       session.ExpectFailed();
       session.Out().flush();
       Report(err, current, !batch, failure.what());
+    } catch (const ScenarioError& error) {
+      // What the line needs from the machine (an interface) could not be had: reported like a
+      // mistake in the line.
+      session.Out().flush();
+      Report(err, current, !batch, error.what());
+      status = 1;
+      if (!interactive)
+        break;
+      sourced.clear();
     }
     session.Out().flush();
   }

@@ -1,0 +1,57 @@
+// The tap command: a real interface for a port, through which a Linux host sends and receives
+// the port's frames (docs/USING.md, "Live ports").
+#include <algorithm>
+
+#include "commands.h"
+#include "line_reader.h"
+#include "live_ports.h"
+#include "sim/sim_platform.h"
+
+namespace halbdsim {
+
+namespace {
+
+// "eth1/1" is carried by "hbd-eth1-1": the prefix tells whose interface it is, and an interface
+// name cannot hold a '/'.
+std::string DefaultInterface(const std::string& portName) {
+  std::string name = "hbd-" + portName;
+  std::replace(name.begin(), name.end(), '/', '-');
+  return name;
+}
+
+Action PrepareTap(const Session& session, Arguments& args) {
+  const std::string portName = args.Peek();
+  const int port = TakeChipPort(session, args);
+  std::string netns;
+  if (!args.Empty() && args.Peek() != "name")
+    netns = args.Take("netns");
+  const std::string interface =
+      args.TakeKeyword({"name"}) ? args.Take("interface name") : DefaultInterface(portName);
+  args.ExpectEnd();
+  if (const TapDevice* existing = session.Live().InterfaceOf(port))
+    throw ScenarioError(portName + " has an interface already: " + existing->Name());
+  const std::string unavailable = LivePortsUnavailable();
+  if (!unavailable.empty())
+    throw ScenarioError(unavailable);
+  return [=](Session& s) {
+    try {
+      s.Live().Attach(port, portName, interface, netns);
+    } catch (const LiveError& error) {
+      throw ScenarioError(error.what());
+    }
+    s.Print("interface " + interface + (netns.empty() ? "" : " in network namespace " + netns));
+  };
+}
+
+}  // namespace
+
+std::vector<Command> LiveCommands() {
+  return {
+      {"tap", "<port> [netns] [name IFNAME]",
+       "give a port a TAP interface (default hbd-eth1-1 for eth1/1), in a network namespace if "
+       "named: frames a host sends there go through the chip",
+       PrepareTap},
+  };
+}
+
+}  // namespace halbdsim

@@ -1,0 +1,186 @@
+#include "live_ports.h"
+
+#include <poll.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+
+#include "line_reader.h"
+#include "sim/frame_walk.h"
+#include "sim/sim_platform.h"
+
+namespace halbdsim {
+
+namespace {
+
+// Frames taken from one interface before the others, and standard input, get their turn: a host
+// flooding its port cannot starve the shell or the other hosts.
+constexpr size_t kBurst = 64;
+
+// The stop signals' state. The handler only sets the flag; everything else happens on the one
+// thread, after ppoll returns.
+volatile std::sig_atomic_t stopRaised = 0;
+bool stopCaught = false;
+sigset_t waitMask;  // the mask while waiting: the stop signals let through
+sigset_t savedMask;
+struct sigaction savedInterrupt {};
+struct sigaction savedTerminate {};
+
+void RaiseStop(int) {
+  stopRaised = 1;
+}
+
+timespec Milliseconds(long long ms) {
+  constexpr long long kPerSecond = 1000;
+  constexpr long kNanosPerMilli = 1000000;
+  return timespec{static_cast<time_t>(ms / kPerSecond),
+                  static_cast<long>(ms % kPerSecond) * kNanosPerMilli};
+}
+
+}  // namespace
+
+std::vector<LeavingFrame> ForwardFrame(int ingressPort, const Bytes& bytes) {
+  const sim::PortState& port = sim::chip().Port(ingressPort);
+  EthernetFrame arrived;
+  try {
+    arrived = DecodeFrame(bytes, {port.outerTpid, port.innerTpid});
+  } catch (const ScenarioError&) {
+    return {};  // a runt: no chip forwards it
+  }
+  const sim::FrameWalk walk = sim::WalkFrame(ingressPort, arrived.frame);
+  std::vector<LeavingFrame> leaving;
+  leaving.reserve(walk.copies.size());
+  for (const sim::FrameCopy& copy : walk.copies)
+    leaving.push_back(LeavingFrame{copy.port, EncodeCopy(arrived, copy.frame)});
+  return leaving;
+}
+
+StopSignals::StopSignals() {
+  stopRaised = 0;
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGINT);
+  sigaddset(&stop, SIGTERM);
+  sigprocmask(SIG_BLOCK, &stop, &savedMask);
+  waitMask = savedMask;
+  sigdelset(&waitMask, SIGINT);
+  sigdelset(&waitMask, SIGTERM);
+  struct sigaction action {};
+  action.sa_handler = &RaiseStop;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, &savedInterrupt);
+  sigaction(SIGTERM, &action, &savedTerminate);
+  stopCaught = true;
+}
+
+StopSignals::~StopSignals() {
+  stopCaught = false;
+  sigaction(SIGINT, &savedInterrupt, nullptr);
+  sigaction(SIGTERM, &savedTerminate, nullptr);
+  sigprocmask(SIG_SETMASK, &savedMask, nullptr);
+}
+
+bool StopSignals::Raised() {
+  return stopRaised != 0;
+}
+
+void LivePorts::Attach(int chipPort, const std::string& portName, const std::string& interface,
+                       const std::string& netns) {
+  if (const TapDevice* existing = InterfaceOf(chipPort))
+    throw LiveError(portName + " has an interface already: " + existing->Name());
+  ports_[chipPort] = LivePort{portName, std::make_unique<TapDevice>(interface, netns)};
+}
+
+const TapDevice* LivePorts::InterfaceOf(int chipPort) const {
+  const auto found = ports_.find(chipPort);
+  return found == ports_.end() ? nullptr : found->second.tap.get();
+}
+
+size_t LivePorts::ForwardFrom(int port, TapDevice& tap) {
+  size_t count = 0;
+  while (count < kBurst && tap.Receive(frame_)) {
+    ++count;
+    for (const LeavingFrame& copy : ForwardFrame(port, frame_)) {
+      const auto egress = ports_.find(copy.port);
+      if (egress != ports_.end())
+        egress->second.tap->Send(copy.bytes);
+    }
+  }
+  return count;
+}
+
+size_t LivePorts::ForwardWaiting() {
+  size_t count = 0;
+  for (auto& [port, live] : ports_)
+    count += ForwardFrom(port, *live.tap);
+  return count;
+}
+
+LivePorts::Wake LivePorts::ForwardUntilInput(int input, int timeoutMs) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  std::vector<pollfd> waiting;
+  for (;;) {
+    if (stopRaised != 0)
+      return Wake::Stopped;
+    waiting.clear();
+    if (input >= 0)
+      waiting.push_back(pollfd{input, POLLIN, 0});
+    for (const auto& [port, live] : ports_)
+      waiting.push_back(pollfd{live.tap->Descriptor(), POLLIN, 0});
+    timespec left{};
+    if (timeoutMs >= 0) {
+      const auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(
+          deadline - std::chrono::steady_clock::now());
+      if (remaining.count() <= 0)
+        return Wake::Timeout;
+      left = Milliseconds(remaining.count());
+    }
+    const int ready = ppoll(waiting.data(), waiting.size(), timeoutMs >= 0 ? &left : nullptr,
+                            stopCaught ? &waitMask : nullptr);
+    if (ready < 0 && errno != EINTR)
+      return Wake::Input;  // the reader meets the failure itself
+    if (ready <= 0)
+      continue;
+    if (input >= 0 && waiting.front().revents != 0)
+      return Wake::Input;
+    ForwardWaiting();
+  }
+}
+
+int LivePorts::ForwardUntilStopped(std::ostream& err) {
+  if (ports_.empty()) {
+    err << "halbd-sim: --live: no port has an interface to forward between (tap PORT [NETNS])"
+        << std::endl;
+    return 1;
+  }
+  err << "halbd-sim: forwarding between " << ports_.size()
+      << (ports_.size() == 1 ? " interface" : " interfaces") << " until Ctrl-C or SIGTERM"
+      << std::endl;
+  while (ForwardUntilInput(-1, -1) != Wake::Stopped) {
+  }
+  return 0;
+}
+
+Table LivePorts::WithInterfaces(const Table& ports) const {
+  if (ports_.empty())
+    return ports;
+  std::map<std::string, const TapDevice*> byName;
+  for (const auto& [port, live] : ports_)
+    byName[live.portName] = live.tap.get();
+  std::vector<Column> columns = ports.Columns();
+  columns.emplace_back("interface");
+  columns.emplace_back("netns");
+  Table withInterfaces(columns);
+  for (std::vector<std::string> row : ports.Rows()) {
+    const auto found = byName.find(row.front());
+    const TapDevice* tap = found == byName.end() ? nullptr : found->second;
+    row.push_back(tap ? tap->Name() : "-");
+    row.push_back(tap && !tap->Netns().empty() ? tap->Netns() : "-");
+    withInterfaces.AddRow(std::move(row));
+  }
+  return withInterfaces;
+}
+
+}  // namespace halbdsim
