@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <iostream>
 
 namespace halbdsim {
 
@@ -18,6 +19,8 @@ PollingLineReader::PollingLineReader(int fd, std::string sourceName, std::ostrea
     : fd_(fd), sourceName_(std::move(sourceName)), prompt_(prompt), live_(live) {}
 
 bool PollingLineReader::Fill() {
+  // Whoever feeds the commands may wait for what the last ones printed before sending more.
+  std::cout.flush();
   while (!ended_) {
     if (live_.ForwardUntilInput(fd_, -1) == LivePorts::Wake::Stopped) {
       ended_ = true;

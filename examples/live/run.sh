@@ -1,0 +1,231 @@
+#!/usr/bin/env bash
+# Real hosts send real traffic through the simulated switch. Each host is a network namespace
+# whose interface is a switch port's TAP (halbd-sim's tap command); topology.scn programs the
+# switch through the library. The script shows, each as one "ok" or "FAIL" line:
+#   - ping works inside VLAN 10 and inside VLAN 20, and not from one VLAN to the other;
+#   - the trunk host, which speaks 802.1Q-tagged frames through scapy, reaches both VLANs, and
+#     tcpdump on its interface decodes each VLAN's tag;
+#   - the provider-edge customer's frames leave the uplink with the 802.1ad outer tag;
+#   - a blocked port carries nothing, and carries again once unblocked;
+#   - the LAG still carries its host's traffic after a member leaves.
+# Needs root (or CAP_NET_ADMIN and /dev/net/tun), iproute2, iputils-ping, tcpdump and Debian's
+# python3-scapy. Everything it makes (namespaces, interfaces, files) is removed at the end.
+#
+#   examples/live/run.sh [HALBD_SIM]      (default: build/tools/halbd-sim, then halbd-sim on PATH)
+#
+# The last line is "live: N passed, M failed"; the exit status is 1 when a check failed. Without
+# the rights to make interfaces it says so and exits 77 (a skip), or 1 under CI, which has them.
+set -uo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+sim=${1:-}
+if [ -z "$sim" ]; then
+  sim=$here/../../build/tools/halbd-sim
+  [ -x "$sim" ] || sim=$(command -v halbd-sim || true)
+fi
+python=/usr/bin/python3 # Debian's, which sees python3-scapy
+
+unable() {
+  echo "live example: $*" >&2
+  if [ "$(id -u)" -ne 0 ] && [ -z "${CI:-}" ]; then
+    echo "live example: skipped: it needs root to make network namespaces and TAP interfaces" >&2
+    exit 77
+  fi
+  exit 1
+}
+[ -n "$sim" ] && [ -x "$sim" ] || unable "no halbd-sim: build it, or name it: $0 PATH"
+[ "$(id -u)" -eq 0 ] || unable "not root"
+[ -c /dev/net/tun ] || unable "no /dev/net/tun: this kernel or container has no TAP devices"
+for tool in ip ping tcpdump timeout; do
+  command -v "$tool" >/dev/null || unable "$tool is missing (Debian: iproute2 iputils-ping tcpdump)"
+done
+"$python" -c 'import scapy.all' 2>/dev/null || unable "$python cannot import scapy (Debian: python3-scapy)"
+
+ns=hbd$$- # the namespaces of this run: hbd<pid>-a10 ...
+work=$(mktemp -d)
+log=$work/halbd-sim.log
+sim_pid=
+hosts=(a10 b10 a20 b20 lag trunk pe core)
+
+cleanup() {
+  exec 3>&- 2>/dev/null
+  if [ -n "$sim_pid" ]; then
+    kill -TERM "$sim_pid" 2>/dev/null
+    wait "$sim_pid" 2>/dev/null
+  fi
+  for host in "${hosts[@]}"; do ip netns del "$ns$host" 2>/dev/null; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 1' INT TERM
+
+passed=0
+failed=0
+report() {
+  if [ "$1" -eq 0 ]; then
+    echo "ok   - $2"
+    passed=$((passed + 1))
+  else
+    echo "FAIL - $2"
+    sed 's/^/       /' "$work/out" | tail -n 5
+    failed=$((failed + 1))
+  fi
+}
+# check WHAT COMMAND...: COMMAND succeeds; refused WHAT COMMAND...: it fails.
+check() {
+  local what=$1
+  shift
+  "$@" >"$work/out" 2>&1
+  report $? "$what"
+}
+refused() {
+  local what=$1
+  shift
+  ! "$@" >"$work/out" 2>&1
+  report $? "$what"
+}
+in_ns() {
+  local host=$1
+  shift
+  ip netns exec "$ns$host" "$@"
+}
+reach() { in_ns "$1" ping -n -q -c 2 -i 0.2 -w 4 "$2"; }
+no_reach() { in_ns "$1" ping -n -q -c 2 -i 0.2 -w 2 "$2"; }
+
+# Commands go to halbd-sim's standard input; each batch ends with a comment, which halbd-sim
+# echoes once it has run everything before it.
+batch=0
+sim_do() {
+  batch=$((batch + 1))
+  printf '%s\n' "$@" "# done $batch" >&3
+  for _ in $(seq 100); do
+    grep -qx "# done $batch" "$log" && return 0
+    kill -0 "$sim_pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  echo "live example: halbd-sim did not run: $*" >&2
+  tail -n 20 "$log" >&2
+  exit 1
+}
+
+# capture HOST IFACE FILE: tcpdump on a host's interface until stop_captures; returns once it
+# listens.
+capture_pids=()
+capture() {
+  in_ns "$1" timeout 20 tcpdump -i "$2" -U -w "$3" 2>"$3.err" &
+  capture_pids+=($!)
+  for _ in $(seq 50); do
+    grep -q "listening on" "$3.err" && return 0
+    sleep 0.1
+  done
+  echo "live example: tcpdump did not start on $2" >&2
+  cat "$3.err" >&2
+  exit 1
+}
+stop_captures() {
+  sleep 0.5 # the last frames reach the capture
+  kill -INT "${capture_pids[@]}" 2>/dev/null
+  wait "${capture_pids[@]}" 2>/dev/null
+  capture_pids=()
+}
+# decoded FILE PATTERN: a frame of the capture, as tcpdump decodes it with its link-layer header,
+# matches the extended regular expression.
+decoded() {
+  tcpdump -r "$1" -e -nn 2>/dev/null | grep -E "$2"
+}
+
+# ---- The hosts ---------------------------------------------------------------------------------
+for host in "${hosts[@]}"; do
+  ip netns add "$ns$host" || unable "cannot make network namespace $ns$host"
+  ip -n "$ns$host" link set lo up
+  # Without IPv6 the hosts send nothing of their own, so that captures hold only the checks'.
+  in_ns "$host" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6
+                       echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6'
+done
+
+mkfifo "$work/commands"
+"$sim" --live - <"$work/commands" >"$log" 2>&1 &
+sim_pid=$!
+exec 3>"$work/commands"
+sim_do "source $here/topology.scn" \
+  "tap eth1/1 ${ns}a10" "tap eth1/2 ${ns}b10" "tap eth1/3 ${ns}a20" "tap eth1/4 ${ns}b20" \
+  "tap eth1/7 ${ns}lag" "tap eth1/8 ${ns}lag" "tap eth1/49 ${ns}trunk" "tap eth1/5 ${ns}pe" \
+  "tap eth1/50 ${ns}core"
+grep -q "^halbd-sim: \|^<stdin>" "$log" && unable "halbd-sim refused: $(grep "^halbd-sim: \|^<stdin>" "$log")"
+
+address() { ip -n "$ns$1" addr add "$2/24" dev "$3"; }
+address a10 198.51.100.11 hbd-eth1-1
+address b10 198.51.100.12 hbd-eth1-2
+address a20 198.51.100.21 hbd-eth1-3
+address b20 198.51.100.22 hbd-eth1-4
+address pe 198.51.100.51 hbd-eth1-5
+# The LAG host bonds its two ports by hand (this kernel may have no bonding module): one MAC
+# address on both, its address on the loopback, and a route by each port, eth1/7's preferred.
+ip -n "${ns}lag" link set hbd-eth1-8 address "$(in_ns lag cat /sys/class/net/hbd-eth1-7/address)"
+ip -n "${ns}lag" addr add 198.51.100.13/32 dev lo
+ip -n "${ns}lag" route add 198.51.100.0/24 dev hbd-eth1-7 src 198.51.100.13 metric 1
+ip -n "${ns}lag" route add 198.51.100.0/24 dev hbd-eth1-8 src 198.51.100.13 metric 2
+sim_do "show ports"
+
+# ---- VLANs -------------------------------------------------------------------------------------
+check "VLAN 10: a10 pings b10" reach a10 198.51.100.12
+check "VLAN 20: a20 pings b20" reach a20 198.51.100.22
+refused "VLAN 10 and VLAN 20 stay apart: a10 cannot ping a20" no_reach a10 198.51.100.21
+refused "VLAN 20 and VLAN 10 stay apart: b20 cannot ping b10" no_reach b20 198.51.100.12
+
+# ---- The 802.1Q trunk --------------------------------------------------------------------------
+capture trunk hbd-eth1-49 "$work/trunk.pcap"
+check "trunk host reaches a10 in VLAN 10 with 802.1Q-tagged frames" \
+  in_ns trunk "$python" "$here/tagged.py" ping hbd-eth1-49 10 198.51.100.49 198.51.100.11
+check "trunk host reaches a20 in VLAN 20 with 802.1Q-tagged frames" \
+  in_ns trunk "$python" "$here/tagged.py" ping hbd-eth1-49 20 198.51.100.49 198.51.100.21
+refused "trunk host does not reach a20 in VLAN 10" \
+  in_ns trunk "$python" "$here/tagged.py" ping hbd-eth1-49 10 198.51.100.49 198.51.100.21
+ip -n "${ns}a10" neigh flush all
+ip -n "${ns}a20" neigh flush all
+reach a10 198.51.100.12 >/dev/null
+reach a20 198.51.100.22 >/dev/null
+stop_captures
+check "tcpdump on the trunk: a10's ARP request tagged 802.1Q VLAN 10" decoded "$work/trunk.pcap" \
+  'ethertype 802\.1Q \(0x8100\).*vlan 10, p 0, ethertype ARP.*who-has 198\.51\.100\.12 tell 198\.51\.100\.11'
+check "tcpdump on the trunk: a20's ARP request tagged 802.1Q VLAN 20" decoded "$work/trunk.pcap" \
+  'ethertype 802\.1Q \(0x8100\).*vlan 20, p 0, ethertype ARP.*who-has 198\.51\.100\.22 tell 198\.51\.100\.21'
+check "tcpdump on the trunk: a10's echo reply to the trunk host tagged 802.1Q VLAN 10" \
+  decoded "$work/trunk.pcap" 'vlan 10, p 0, ethertype IPv4.*198\.51\.100\.11 > 198\.51\.100\.49: ICMP echo reply'
+
+# ---- The provider edge -------------------------------------------------------------------------
+capture core hbd-eth1-50 "$work/core.pcap"
+no_reach pe 198.51.100.52 >/dev/null # nobody answers: the ARP requests are what is looked at
+in_ns pe "$python" "$here/tagged.py" send hbd-eth1-5 10 198.51.100.51 198.51.100.52
+stop_captures
+check "provider edge: an untagged customer frame leaves the uplink with 802.1ad tag 1000" \
+  decoded "$work/core.pcap" \
+  'ethertype 802\.1Q-QinQ \(0x88a8\).*vlan 1000, p 0, ethertype ARP.*who-has 198\.51\.100\.52'
+check "provider edge: customer VLAN 10 leaves inside 802.1ad tag 1000, priority 5" \
+  decoded "$work/core.pcap" \
+  'ethertype 802\.1Q-QinQ \(0x88a8\).*vlan 1000, p 5, ethertype 802\.1Q.*vlan 10, p 0, ethertype ARP'
+
+# ---- Blocking ----------------------------------------------------------------------------------
+sim_do "BlockPort eth1/2 true hal-stlp"
+refused "eth1/2 blocked: a10 cannot ping b10" no_reach a10 198.51.100.12
+sim_do "BlockPort eth1/2 false hal-stlp"
+check "eth1/2 unblocked: a10 pings b10 again" reach a10 198.51.100.12
+
+# ---- The LAG -----------------------------------------------------------------------------------
+check "lag1: a10 pings the LAG host" reach a10 198.51.100.13
+# eth1/7's link goes down: the host stops using it, as a bond would, and it leaves the LAG.
+ip -n "${ns}lag" link set hbd-eth1-7 down
+sim_do "memberDeleted lag1 eth1/7"
+check "lag1 after eth1/7 left: a10 pings the LAG host through eth1/8" reach a10 198.51.100.13
+check "lag1 after eth1/7 left: the LAG host pings b10" reach lag 198.51.100.12
+
+# ---- The end -----------------------------------------------------------------------------------
+exec 3>&-
+kill -TERM "$sim_pid"
+wait "$sim_pid"
+check "halbd-sim stops on SIGTERM with status 0" test $? -eq 0
+sim_pid=
+left=$(for host in "${hosts[@]}"; do ip -n "$ns$host" -o link show | grep -o 'hbd-eth[0-9-]*'; done)
+check "halbd-sim removed every interface it made" test -z "$left"
+
+echo "live: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
