@@ -22,111 +22,13 @@ if [ -z "$sim" ]; then
   sim=$here/../../build/tools/halbd-sim
   [ -x "$sim" ] || sim=$(command -v halbd-sim || true)
 fi
-python=/usr/bin/python3 # Debian's, which sees python3-scapy
-
-unable() {
-  echo "live example: $*" >&2
-  if [ "$(id -u)" -ne 0 ] && [ -z "${CI:-}" ]; then
-    echo "live example: skipped: it needs root to make network namespaces and TAP interfaces" >&2
-    exit 77
-  fi
-  exit 1
-}
-[ -n "$sim" ] && [ -x "$sim" ] || unable "no halbd-sim: build it, or name it: $0 PATH"
-[ "$(id -u)" -eq 0 ] || unable "not root"
-[ -c /dev/net/tun ] || unable "no /dev/net/tun: this kernel or container has no TAP devices"
-for tool in ip ping tcpdump timeout; do
-  command -v "$tool" >/dev/null || unable "$tool is missing (Debian: iproute2 iputils-ping tcpdump)"
-done
-"$python" -c 'import scapy.all' 2>/dev/null || unable "$python cannot import scapy (Debian: python3-scapy)"
-
-ns=hbd$$- # the namespaces of this run: hbd<pid>-a10 ...
-work=$(mktemp -d)
-log=$work/halbd-sim.log
-sim_pid=
+what=live
 hosts=(a10 b10 a20 b20 lag trunk pe core)
+# shellcheck source=hosts.sh
+. "$here/hosts.sh"
 
-cleanup() {
-  exec 3>&- 2>/dev/null
-  if [ -n "$sim_pid" ]; then
-    kill -TERM "$sim_pid" 2>/dev/null
-    wait "$sim_pid" 2>/dev/null
-  fi
-  for host in "${hosts[@]}"; do ip netns del "$ns$host" 2>/dev/null; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 1' INT TERM
-
-passed=0
-failed=0
-report() {
-  if [ "$1" -eq 0 ]; then
-    echo "ok   - $2"
-    passed=$((passed + 1))
-  else
-    echo "FAIL - $2"
-    sed 's/^/       /' "$work/out" | tail -n 5
-    failed=$((failed + 1))
-  fi
-}
-# check WHAT COMMAND...: COMMAND succeeds; refused WHAT COMMAND...: it fails.
-check() {
-  local what=$1
-  shift
-  "$@" >"$work/out" 2>&1
-  report $? "$what"
-}
-refused() {
-  local what=$1
-  shift
-  ! "$@" >"$work/out" 2>&1
-  report $? "$what"
-}
-in_ns() {
-  local host=$1
-  shift
-  ip netns exec "$ns$host" "$@"
-}
 reach() { in_ns "$1" ping -n -q -c 2 -i 0.2 -w 4 "$2"; }
 no_reach() { in_ns "$1" ping -n -q -c 2 -i 0.2 -w 2 "$2"; }
-
-# Commands go to halbd-sim's standard input; each batch ends with a comment, which halbd-sim
-# echoes once it has run everything before it.
-batch=0
-sim_do() {
-  batch=$((batch + 1))
-  printf '%s\n' "$@" "# done $batch" >&3
-  for _ in $(seq 100); do
-    grep -qx "# done $batch" "$log" && return 0
-    kill -0 "$sim_pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  echo "live example: halbd-sim did not run: $*" >&2
-  tail -n 20 "$log" >&2
-  exit 1
-}
-
-# capture HOST IFACE FILE: tcpdump on a host's interface until stop_captures; returns once it
-# listens.
-capture_pids=()
-capture() {
-  in_ns "$1" timeout 20 tcpdump -i "$2" -U -w "$3" 2>"$3.err" &
-  capture_pids+=($!)
-  for _ in $(seq 50); do
-    grep -q "listening on" "$3.err" && return 0
-    sleep 0.1
-  done
-  echo "live example: tcpdump did not start on $2" >&2
-  cat "$3.err" >&2
-  exit 1
-}
-stop_captures() {
-  sleep 0.5 # the last frames reach the capture
-  kill -INT "${capture_pids[@]}" 2>/dev/null
-  wait "${capture_pids[@]}" 2>/dev/null
-  capture_pids=()
-}
 # decoded FILE PATTERN: a frame of the capture, as tcpdump decodes it with its link-layer header,
 # matches the extended regular expression.
 decoded() {
@@ -134,23 +36,12 @@ decoded() {
 }
 
 # ---- The hosts ---------------------------------------------------------------------------------
-for host in "${hosts[@]}"; do
-  ip netns add "$ns$host" || unable "cannot make network namespace $ns$host"
-  ip -n "$ns$host" link set lo up
-  # Without IPv6 the hosts send nothing of their own, so that captures hold only the checks'.
-  in_ns "$host" sh -c 'echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6
-                       echo 1 >/proc/sys/net/ipv6/conf/all/disable_ipv6'
-done
-
-mkfifo "$work/commands"
-"$sim" --live - <"$work/commands" >"$log" 2>&1 &
-sim_pid=$!
-exec 3>"$work/commands"
+make_hosts
+start_sim
 sim_do "source $here/topology.scn" \
   "tap eth1/1 ${ns}a10" "tap eth1/2 ${ns}b10" "tap eth1/3 ${ns}a20" "tap eth1/4 ${ns}b20" \
   "tap eth1/7 ${ns}lag" "tap eth1/8 ${ns}lag" "tap eth1/49 ${ns}trunk" "tap eth1/5 ${ns}pe" \
   "tap eth1/50 ${ns}core"
-grep -q "^halbd-sim: \|^<stdin>" "$log" && unable "halbd-sim refused: $(grep "^halbd-sim: \|^<stdin>" "$log")"
 
 address() { ip -n "$ns$1" addr add "$2/24" dev "$3"; }
 address a10 198.51.100.11 hbd-eth1-1
@@ -219,13 +110,5 @@ check "lag1 after eth1/7 left: a10 pings the LAG host through eth1/8" reach a10 
 check "lag1 after eth1/7 left: the LAG host pings b10" reach lag 198.51.100.12
 
 # ---- The end -----------------------------------------------------------------------------------
-exec 3>&-
-kill -TERM "$sim_pid"
-wait "$sim_pid"
-check "halbd-sim stops on SIGTERM with status 0" test $? -eq 0
-sim_pid=
-left=$(for host in "${hosts[@]}"; do ip -n "$ns$host" -o link show | grep -o 'hbd-eth[0-9-]*'; done)
-check "halbd-sim removed every interface it made" test -z "$left"
-
-echo "live: $passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+stop_sim
+finish
