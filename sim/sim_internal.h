@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/datapath.h"
 #include "sim/sim_platform.h"
 
 namespace sim {
@@ -31,6 +32,13 @@ struct ChipModel {
   std::map<EgressKey, bcm_vlan_action_set_t> egress;
   std::map<std::string, FaultPlan> faults;
   std::vector<SdkCall> trace;
+  // What the datapath keeps: learned addresses by (VLAN, address), the clock that ages them, and
+  // the counters.
+  std::map<std::pair<uint16_t, MacAddress>, FdbEntry> fdb;
+  int ageTime = kDefaultAgeTime;
+  int64_t clock = 0;
+  std::map<int, PortCounters> portCounters;
+  std::map<uint16_t, VlanCounters> vlanCounters;
   bool tracing = true;
   bool nullChip = false;
   uint64_t calls = 0;

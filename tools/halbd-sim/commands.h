@@ -27,14 +27,16 @@ struct Command {
 };
 
 // The commands of each area.
-std::vector<Command> SetupCommands();   // the simulated platform and fault injection
-std::vector<Command> PortCommands();    // the bridge-port service
-std::vector<Command> DomainCommands();  // the bridge-domain service
-std::vector<Command> EventCommands();   // LAG events and VLAN orchestrator clients
-std::vector<Command> ShowCommands();    // the chip's state as tables
-std::vector<Command> FrameCommands();   // where the chip sends a frame
-std::vector<Command> ExpectCommands();  // checks that make a scenario test itself
-std::vector<Command> LiveCommands();    // real interfaces for ports
+std::vector<Command> SetupCommands();    // the simulated platform and fault injection
+std::vector<Command> PortCommands();     // the bridge-port service
+std::vector<Command> DomainCommands();   // the bridge-domain service
+std::vector<Command> EventCommands();    // LAG events and VLAN orchestrator clients
+std::vector<Command> ShowCommands();     // the chip's state as tables
+std::vector<Command> FrameCommands();    // where the chip sends a frame
+std::vector<Command> ExpectCommands();   // checks that make a scenario test itself
+std::vector<Command> FdbCommands();      // the chip's address table and its clock
+std::vector<Command> CounterCommands();  // the chip's port and VLAN counters
+std::vector<Command> LiveCommands();     // real interfaces for ports
 
 // The chip port that receives for a declared port (the next argument): the port table's entry of
 // the port, as the library finds it.
@@ -87,6 +89,14 @@ void PrintCommandHelp(std::ostream& out, const Command& command);
 
 // The table a show command prints (not the trace); none for another name.
 std::optional<Table> ShowTable(const Session& session, const std::string& name);
+
+// The datapath's tables, for show and expect.
+Table FdbTable(const Session& session);
+Table PortCounterTable(const Session& session);
+Table VlanCounterTable(const Session& session);
+// A table as aligned text, or as one JSON object {"<name>": [...]} with json or the session's
+// JSON mode.
+void PrintTable(Session& session, const std::string& name, const Table& table, bool json);
 
 // The words of a show table that need explaining (chip terms), as lines; empty for others.
 std::string ShowLegend(const std::string& commandName);

@@ -1,6 +1,9 @@
-// expect: a scenario line that checks the last operation's result, the last frame's copies, a VLAN
-// membership on the chip or a cell of a show table, so that a scenario tests itself.
+// expect: a scenario line that checks the last operation's result, the last frame's copies, its
+// delivery (known unicast, to the CPU), a VLAN membership or a learned address on the chip, or a
+// cell of a show table, so that a scenario tests itself.
 #include <set>
+
+#include "sim/datapath.h"
 
 #include "commands.h"
 #include "line_reader.h"
@@ -79,6 +82,58 @@ Action PrepareCopies(Arguments& args) {
   return [count](Session& s) {
     Check("frame", std::to_string(count) + (count == 1 ? " copy" : " copies"),
           s.LastWalk() ? WalkOutcome(*s.LastWalk()) : "no frame sent");
+  };
+}
+
+// "unicast to eth1/2" for a known unicast delivery; otherwise how the frame went.
+std::string Delivery(const Session& session, const sim::FrameWalk& walk) {
+  if (walk.knownUnicast)
+    return "unicast to " + session.NameOfChipPort(walk.copies.front().port);
+  return walk.dropped || walk.copies.empty() ? WalkOutcome(walk) : "flooded, " + WalkOutcome(walk);
+}
+
+Action PrepareUnicast(const Session& session, Arguments& args) {
+  const std::string port = args.Take("port");
+  session.Resolve(port, "port", kPort);
+  args.ExpectEnd();
+  return [port](Session& s) {
+    Check("frame", "unicast to " + port,
+          s.LastWalk() ? Delivery(s, *s.LastWalk()) : "no frame sent");
+  };
+}
+
+Action PrepareCpu(Arguments& args) {
+  const std::string expected = args.Take("reason (DHCP, IGMP or none)");
+  args.ExpectEnd();
+  return [expected](Session& s) {
+    const std::optional<sim::FrameWalk>& walk = s.LastWalk();
+    Check("frame to cpu", expected,
+          !walk                     ? "no frame sent"
+          : walk->cpuReason.empty() ? "none"
+                                    : walk->cpuReason);
+  };
+}
+
+// Where the chip learned an address in a VLAN: an interface name, or "absent".
+Action PrepareFdb(const Session& session, Arguments& args) {
+  const auto vlan = static_cast<uint16_t>(ParseInteger(args.Take("vlan"), 1, 4095, "vlan"));
+  const std::string text = args.Take("mac");
+  const std::optional<sim::MacAddress> mac = sim::ParseMac(text);
+  if (!mac)
+    throw ScenarioError("mac must be a MAC address such as 02:00:00:00:00:01: '" + text + "'");
+  const std::string expected = args.Take("interface or absent");
+  if (expected != "absent")
+    session.Resolve(expected, "interface", kPort | kLag);
+  args.ExpectEnd();
+  return [=](Session& s) {
+    std::string actual = "absent";
+    for (const sim::FdbEntry& entry : sim::FdbEntries()) {
+      if (entry.vlan == vlan && entry.mac == *mac) {
+        actual =
+            entry.trunk ? s.NameOfTrunk(entry.portOrTrunk) : s.NameOfChipPort(entry.portOrTrunk);
+      }
+    }
+    Check("fdb " + std::to_string(vlan) + " " + sim::FormatMac(*mac), expected, actual);
   };
 }
 
@@ -168,11 +223,17 @@ Action PrepareExpect(const Session& session, Arguments& args) {
     return PrepareCopies(args);
   if (what == "member")
     return PrepareMember(session, args);
+  if (what == "unicast")
+    return PrepareUnicast(session, args);
+  if (what == "cpu")
+    return PrepareCpu(args);
+  if (what == "fdb")
+    return PrepareFdb(session, args);
   if (ShowTable(session, what))
     return PrepareCell(session, what, args);
   throw ScenarioError(
-      "expect takes result, frame, dropped, copies, member, or a table (ports, port-vlans, vlans, "
-      "ingress, egress, lags, member-table): '" +
+      "expect takes result, frame, dropped, copies, unicast, cpu, member, fdb, or a table (ports, "
+      "port-vlans, vlans, ingress, egress, lags, member-table, counters, vlan-counters): '" +
       what + "'");
 }
 
@@ -181,8 +242,8 @@ Action PrepareExpect(const Session& session, Arguments& args) {
 std::vector<Command> ExpectCommands() {
   return {
       {"expect", "<what> ...",
-       "check the last result, the last frame's copies, a VLAN member, or a show table's cell; "
-       "a failure names FILE:LINE",
+       "check the last result, the last frame's copies or delivery, a VLAN member, a learned "
+       "address, or a show table's cell; a failure names FILE:LINE",
        PrepareExpect},
   };
 }

@@ -1,11 +1,13 @@
-// The frame command: a broadcast frame received on a port of the simulated chip, and where the
-// state that the library programmed sends it (docs/FRAME-WALK.md states the stages' rules). Frames
-// are given by their tags, as bytes, or as a capture file whose copies are written per interface.
+// The frame command: a frame received on a port of the simulated chip, and where the state that
+// the library programmed and the addresses the chip learned send it (docs/FRAME-WALK.md states the
+// stages' rules). Frames are given by their tags and addresses, as bytes, or as a capture file
+// whose copies are written per interface.
 #include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -20,8 +22,10 @@
 namespace halbdsim {
 
 const char* const kFrameSyntaxHelp =
-    "FRAME: untagged (also when left out), or tag TPID VLAN PCP once or twice, outermost first,\n"
-    "  or hex BYTES (a whole Ethernet frame), or --pcap IN.pcap [--out DIR] (each frame of a\n"
+    "FRAME: untagged (also when left out), or tag TPID VLAN PCP once or twice, outermost first;\n"
+    "  then optionally src MAC, dst MAC (broadcast when left out) and dhcp or igmp (a DHCP\n"
+    "  discover, an IGMP report to 01:00:5e:01:01:01); or hex BYTES (a whole Ethernet frame), or "
+    "--pcap IN.pcap [--out DIR] (each frame of a\n"
     "  capture; DIR/eth1_49.pcap gets the frames leaving eth1/49)";
 
 namespace {
@@ -58,29 +62,51 @@ sim::FrameTag TakeTag(Arguments& args) {
   return tag;
 }
 
-sim::Frame TakeFrame(Arguments& args) {
+sim::MacAddress TakeMac(Arguments& args, const std::string& name) {
+  const std::string text = args.Take(name);
+  const std::optional<sim::MacAddress> mac = sim::ParseMac(text);
+  if (!mac)
+    throw ScenarioError(name + " must be a MAC address such as 02:00:00:00:00:01: '" + text + "'");
+  return *mac;
+}
+
+// A frame given by its tags comes from a host of its own behind each port: its source is
+// 02:00:00:00:00:NN, NN the receiving chip port, unless given.
+sim::Frame TakeFrame(Arguments& args, int port) {
   sim::Frame frame;
+  frame.src = {0x02, 0, 0, 0, 0, static_cast<uint8_t>(port)};
   const std::string first = args.Peek();
-  if (!args.Empty() && first != "untagged" && first != "tag" && first != "--trace") {
+  const std::set<std::string> starts = {"untagged", "tag", "src", "dst", "dhcp", "igmp", "--trace"};
+  if (!args.Empty() && starts.count(first) == 0) {
     throw ScenarioError("frame must be untagged or tag TPID VLAN PCP: '" + first + "'");
   }
-  if (args.TakeKeyword({"untagged"}))
-    return frame;
-  while (args.TakeKeyword({"tag"})) {
-    if (frame.tags.size() == kMaxTags)
-      throw ScenarioError("a frame carries at most two tags");
-    frame.tags.push_back(TakeTag(args));
+  if (!args.TakeKeyword({"untagged"})) {
+    while (args.TakeKeyword({"tag"})) {
+      if (frame.tags.size() == kMaxTags)
+        throw ScenarioError("a frame carries at most two tags");
+      frame.tags.push_back(TakeTag(args));
+    }
   }
+  std::optional<sim::MacAddress> dst;
+  if (args.TakeKeyword({"src"}))
+    frame.src = TakeMac(args, "src");
+  if (args.TakeKeyword({"dst"}))
+    dst = TakeMac(args, "dst");
+  const std::optional<std::string> protocol = args.TakeKeyword({"dhcp", "igmp"});
+  frame.payload = PayloadOf(protocol.value_or(""));
+  frame.dst = dst.value_or(protocol == "igmp" ? kIgmpReportMac : sim::kBroadcastMac);
   return frame;
 }
 
 // Drop reasons, notes and egress stages name the scenario's interfaces.
 sim::FrameWalk Walk(const Session& session, int port, const sim::Frame& frame) {
-  return sim::WalkFrame(port, frame, [&session](int p) { return session.NameOfChipPort(p); });
+  return sim::WalkFrame(
+      port, frame, [&session](int p) { return session.NameOfChipPort(p); },
+      [&session](int trunk) { return session.NameOfTrunk(trunk); });
 }
 
 // The outcome lines of a walk, each after prefix: with stages, each stage's decision first; then
-// the drop, or one line per copy followed by what showCopy adds.
+// the drop, or one line per copy followed by what showCopy adds, and the copy to the CPU.
 void PrintWalk(Session& session, const sim::FrameWalk& walk, bool stages,
                const std::string& prefix = "",
                const std::function<void(const sim::FrameCopy&)>& showCopy = nullptr) {
@@ -96,6 +122,8 @@ void PrintWalk(Session& session, const sim::FrameWalk& walk, bool stages,
     if (showCopy)
       showCopy(copy);
   }
+  if (!walk.cpuReason.empty())
+    session.Print(prefix + "to cpu: " + walk.cpuReason);
 }
 
 // A frame's own tags are found by the TPIDs known everywhere and by the receiving port's.
@@ -118,7 +146,9 @@ Action PrepareHexFrame(int port, Arguments& args) {
   const bool stages = TakeTrace(args);
   const EthernetFrame arrived = DecodeFrame(ParseHexBytes(words), PortTpids(port));
   return [=](Session& s) {
-    PrintWalk(s, Walk(s, port, arrived.frame), stages, "", [&](const sim::FrameCopy& copy) {
+    const sim::FrameWalk walk = Walk(s, port, arrived.frame);
+    s.RememberWalk(walk);
+    PrintWalk(s, walk, stages, "", [&](const sim::FrameCopy& copy) {
       s.Print("  " + HexText(EncodeCopy(arrived, copy.frame), copy.frame.tags.size()));
     });
   };
@@ -151,13 +181,14 @@ std::map<int, std::vector<CapturedFrame>> WalkCapture(Session& session, int port
       session.Print(prefix + "refused: " + error.what());
       continue;
     }
-    PrintWalk(session, Walk(session, port, arrived.frame), stages, prefix,
-              [&](const sim::FrameCopy& copy) {
-                CapturedFrame out = captured;
-                out.bytes = EncodeCopy(arrived, copy.frame);
-                out.originalLength = out.bytes.size();
-                leaving[copy.port].push_back(std::move(out));
-              });
+    const sim::FrameWalk walk = Walk(session, port, arrived.frame);
+    session.RememberWalk(walk);
+    PrintWalk(session, walk, stages, prefix, [&](const sim::FrameCopy& copy) {
+      CapturedFrame out = captured;
+      out.bytes = EncodeCopy(arrived, copy.frame);
+      out.originalLength = out.bytes.size();
+      leaving[copy.port].push_back(std::move(out));
+    });
   }
   return leaving;
 }
@@ -195,7 +226,7 @@ Action PrepareFrame(const Session& session, Arguments& args) {
     return PrepareHexFrame(port, args);
   if (args.TakeKeyword({"--pcap"}))
     return PrepareCapture(port, args);
-  const sim::Frame frame = TakeFrame(args);
+  const sim::Frame frame = TakeFrame(args, port);
   const bool stages = TakeTrace(args);
   return [=](Session& s) {
     const sim::FrameWalk walk = Walk(s, port, frame);
@@ -209,7 +240,7 @@ Action PrepareFrame(const Session& session, Arguments& args) {
 std::vector<Command> FrameCommands() {
   return {
       {"frame", "<port> [FRAME] [--trace]",
-       "where the chip floods a frame received on a port (stage by stage: --trace)", PrepareFrame},
+       "where the chip sends a frame received on a port (stage by stage: --trace)", PrepareFrame},
   };
 }
 

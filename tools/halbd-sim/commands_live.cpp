@@ -21,7 +21,7 @@ std::string DefaultInterface(const std::string& portName) {
 
 Action PrepareTap(const Session& session, Arguments& args) {
   const std::string portName = args.Peek();
-  const int port = TakeChipPort(session, args);
+  const int port = args.TakeKeyword({"cpu"}) ? kCpuPort : TakeChipPort(session, args);
   std::string netns;
   if (!args.Empty() && args.Peek() != "name")
     netns = args.Take("netns");
@@ -47,9 +47,10 @@ Action PrepareTap(const Session& session, Arguments& args) {
 
 std::vector<Command> LiveCommands() {
   return {
-      {"tap", "<port> [netns] [name IFNAME]",
+      {"tap", "<port>|cpu [netns] [name IFNAME]",
        "give a port a TAP interface (default hbd-eth1-1 for eth1/1), in a network namespace if "
-       "named: frames a host sends there go through the chip",
+       "named: frames a host sends there go through the chip; cpu's gets what the chip hands "
+       "its CPU",
        PrepareTap},
   };
 }

@@ -47,7 +47,41 @@ int HexDigit(char c) {
   return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
+// The one's-complement sum that an IPv4 header carries in bytes 10 and 11.
+void SetIpChecksum(Bytes& bytes, size_t header) {
+  constexpr size_t kHeaderBytes = 20;
+  uint32_t sum = 0;
+  for (size_t i = header; i < header + kHeaderBytes; i += 2)
+    sum += Read16(bytes, i);
+  while (sum > 0xffff)
+    sum = (sum & 0xffff) + (sum >> 16);
+  bytes[header + 10] = static_cast<uint8_t>(~sum >> 8);
+  bytes[header + 11] = static_cast<uint8_t>(~sum);
+}
+
 }  // namespace
+
+const sim::MacAddress kIgmpReportMac = {0x01, 0x00, 0x5e, 0x01, 0x01, 0x01};
+
+Bytes PayloadOf(const std::string& kind) {
+  constexpr size_t kPayloadBytes = 48;  // EtherType and 46 bytes: a 60-byte untagged frame
+  Bytes bytes;
+  if (kind == "dhcp") {
+    // IPv4, 28 bytes, UDP, TTL 64, 0.0.0.0 -> 255.255.255.255; UDP 68 -> 67, 8 bytes.
+    bytes = {0x08, 0x00, 0x45, 0,    0,    28,   0,    0, 0,  0, 64, 17, 0, 0, 0,
+             0,    0,    0,    0xff, 0xff, 0xff, 0xff, 0, 68, 0, 67, 0,  8, 0, 0};
+  } else if (kind == "igmp") {
+    // IPv4, 28 bytes, IGMP, TTL 1, 198.51.100.1 -> 239.1.1.1; an IGMPv2 report for 239.1.1.1.
+    bytes = {0x08, 0x00, 0x45, 0,   0, 28, 0, 0,    0, 0,    1,    2,   0, 0, 198,
+             51,   100,  1,    239, 1, 1,  1, 0x16, 0, 0xf9, 0xfc, 239, 1, 1, 1};
+  } else {
+    bytes = {0x88, 0xb5};
+  }
+  if (bytes.size() > kTypeBytes + 20)
+    SetIpChecksum(bytes, kTypeBytes);
+  bytes.resize(kPayloadBytes, 0);
+  return bytes;
+}
 
 EthernetFrame DecodeFrame(Bytes bytes, const std::vector<uint16_t>& tagTpids) {
   if (bytes.size() < kAddressBytes + kTypeBytes) {
@@ -71,6 +105,9 @@ EthernetFrame DecodeFrame(Bytes bytes, const std::vector<uint16_t>& tagTpids) {
     offset += kTagBytes;
   }
   decoded.restOffset = offset;
+  std::copy(bytes.begin(), bytes.begin() + 6, decoded.frame.dst.begin());
+  std::copy(bytes.begin() + 6, bytes.begin() + 12, decoded.frame.src.begin());
+  decoded.frame.payload.assign(bytes.begin() + static_cast<long>(offset), bytes.end());
   decoded.bytes = std::move(bytes);
   return decoded;
 }

@@ -15,8 +15,8 @@ namespace halbdsim {
 
 using Bytes = std::vector<uint8_t>;
 
-// A frame taken apart: its VLAN tags, and where the bytes after them (the EtherType or length
-// and the payload) begin.
+// A frame taken apart: its addresses, its VLAN tags, its payload, and where the bytes after them
+// (the EtherType or length and the payload) begin.
 struct EthernetFrame {
   Bytes bytes;
   sim::Frame frame;
@@ -31,6 +31,14 @@ EthernetFrame DecodeFrame(Bytes bytes, const std::vector<uint16_t>& tagTpids);
 // The frame's bytes with the copy's tags in place of the ones it arrived with; the addresses and
 // everything after the tags are left as they were.
 Bytes EncodeCopy(const EthernetFrame& arrived, const sim::Frame& copy);
+
+// The bytes behind the tags of a frame given by its tags, 60 bytes long with its addresses:
+// "dhcp", a DHCP discover's IPv4 and UDP headers (0.0.0.0 port 68 to 255.255.255.255 port 67);
+// "igmp", an IGMPv2 membership report for 239.1.1.1; "" a frame of the local experimental
+// EtherType 0x88b5, all zero.
+Bytes PayloadOf(const std::string& kind);
+// The group address an IGMP report of PayloadOf("igmp") is sent to: 01:00:5e:01:01:01.
+extern const sim::MacAddress kIgmpReportMac;
 
 // Hex digits, two per byte, in one or more words; ':' and '.' between bytes are allowed.
 Bytes ParseHexBytes(const std::vector<std::string>& words);

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "line_reader.h"
+#include "sim/datapath.h"
 #include "sim/frame_walk.h"
 #include "sim/sim_platform.h"
 
@@ -54,6 +55,8 @@ std::vector<LeavingFrame> ForwardFrame(int ingressPort, const Bytes& bytes) {
   leaving.reserve(walk.copies.size());
   for (const sim::FrameCopy& copy : walk.copies)
     leaving.push_back(LeavingFrame{copy.port, EncodeCopy(arrived, copy.frame)});
+  if (!walk.cpuReason.empty())
+    leaving.push_back(LeavingFrame{kCpuPort, bytes});
   return leaving;
 }
 
@@ -90,7 +93,18 @@ void LivePorts::Attach(int chipPort, const std::string& portName, const std::str
                        const std::string& netns) {
   if (const TapDevice* existing = InterfaceOf(chipPort))
     throw LiveError(portName + " has an interface already: " + existing->Name());
+  if (ports_.empty())
+    clockMark_ = std::chrono::steady_clock::now();
   ports_[chipPort] = LivePort{portName, std::make_unique<TapDevice>(interface, netns)};
+}
+
+void LivePorts::AdvanceChipClock() {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+      std::chrono::steady_clock::now() - clockMark_);
+  if (seconds.count() <= 0)
+    return;
+  clockMark_ += seconds;
+  sim::AdvanceClock(seconds.count());
 }
 
 const TapDevice* LivePorts::InterfaceOf(int chipPort) const {
@@ -102,6 +116,8 @@ size_t LivePorts::ForwardFrom(int port, TapDevice& tap) {
   size_t count = 0;
   while (count < kBurst && tap.Receive(frame_)) {
     ++count;
+    if (port == kCpuPort)
+      continue;  // the model's CPU sends nothing: what a process writes there is dropped
     for (const LeavingFrame& copy : ForwardFrame(port, frame_)) {
       const auto egress = ports_.find(copy.port);
       if (egress != ports_.end())
@@ -139,6 +155,8 @@ LivePorts::Wake LivePorts::ForwardUntilInput(int input, int timeoutMs) {
     }
     const int ready = ppoll(waiting.data(), waiting.size(), timeoutMs >= 0 ? &left : nullptr,
                             stopCaught ? &waitMask : nullptr);
+    if (!ports_.empty())
+      AdvanceChipClock();
     if (ready < 0 && errno != EINTR)
       return Wake::Input;  // the reader meets the failure itself
     if (ready <= 0)

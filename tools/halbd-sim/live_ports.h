@@ -7,6 +7,7 @@
 #ifndef HALBD_SIM_LIVE_PORTS_H
 #define HALBD_SIM_LIVE_PORTS_H
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -20,14 +21,18 @@
 
 namespace halbdsim {
 
-// A copy of a frame as it leaves the chip by a port.
+// Where the frames the chip hands to its CPU leave, in place of a chip port.
+constexpr int kCpuPort = -1;
+
+// A copy of a frame as it leaves the chip by a port, or to the CPU.
 struct LeavingFrame {
   int port;
   Bytes bytes;
 };
 
-// What the chip makes of the bytes of a frame received on a chip port: the bytes that leave by
-// each egress port, tags as the chip rewrote them. None for a frame it drops, and for one too
+// What the chip makes of the bytes of a frame received on a chip port, learning and counting as
+// it goes: the bytes that leave by each egress port, tags as the chip rewrote them, and the frame
+// as it came for the CPU when the chip hands it there. None for a frame it drops, and for one too
 // short to be an Ethernet frame.
 std::vector<LeavingFrame> ForwardFrame(int ingressPort, const Bytes& bytes);
 
@@ -48,8 +53,8 @@ class LivePorts {
  public:
   enum class Wake { Input, Timeout, Stopped };
 
-  // Gives a chip port an interface, made in netns (empty: halbd-sim's own). LiveError when the
-  // port has one already or the interface cannot be made.
+  // Gives a chip port (or kCpuPort) an interface, made in netns (empty: halbd-sim's own).
+  // LiveError when the port has one already or the interface cannot be made.
   void Attach(int chipPort, const std::string& portName, const std::string& interface,
               const std::string& netns);
   // The interface of a chip port; null for a port without one.
@@ -76,9 +81,13 @@ class LivePorts {
     std::unique_ptr<TapDevice> tap;
   };
   size_t ForwardFrom(int port, TapDevice& tap);
+  // The chip's clock follows the wall clock while ports are live, so that what it learned ages
+  // as on a switch in service.
+  void AdvanceChipClock();
 
-  std::map<int, LivePort> ports_;  // by chip port
-  Bytes frame_;                    // reused for every frame received
+  std::map<int, LivePort> ports_;                    // by chip port
+  Bytes frame_;                                      // reused for every frame received
+  std::chrono::steady_clock::time_point clockMark_;  // the wall time the chip's clock has reached
 };
 
 }  // namespace halbdsim

@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "marks priority-tagged frames"},
         BadLine{"show",
                 "show needs one of: ports, port-vlans, vlans, ingress, egress, lags, "
-                "member-table, trace"},
+                "member-table, trace, fdb, counters"},
         BadLine{"show vlans 20-10", "vlan range runs backwards: 20-10"},
         BadLine{"show ports eth1/7", "unknown interface eth1/7: declare it with 'port'"},
         BadLine{"frame vlan10", "port must be a port: vlan10"},
@@ -111,7 +111,16 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"frame eth1/1 hex ffffffffffff020000000001 8100",
                 "too short to hold its tags: 14 bytes, 18 needed"},
         BadLine{"frame eth1/1 hex ffffff", "too short for an Ethernet header: 3 bytes, 14 needed"},
-        BadLine{"frame eth1/1 hex 0g", "frame bytes must be hex digits: '0g'"}));
+        BadLine{"frame eth1/1 hex 0g", "frame bytes must be hex digits: '0g'"},
+        BadLine{"frame eth1/1 src 02:00:00:00:00",
+                "src must be a MAC address such as 02:00:00:00:00:01: '02:00:00:00:00'"},
+        BadLine{"frame eth1/1 dhcp igmp", "unexpected argument 'igmp'"},
+        BadLine{"show fdb 4096", "vlan out of range (1 to 4095): 4096"},
+        BadLine{"fdb flush eth1/9", "unknown interface eth1/9: declare it with 'port'"},
+        BadLine{"fdb age -1", "seconds out of range (0 to 1000000): -1"},
+        BadLine{"show counters vlan 0", "vlan out of range (1 to 4095): 0"},
+        BadLine{"expect fdb 10 02-00-00-00-00-0g eth1/1",
+                "mac must be a MAC address such as 02:00:00:00:00:01: '02-00-00-00-00-0g'"}));
 
 TEST_F(RunnerTest, FrameNeedsAPortOfThisChipInThePortTable) {
   const int status =

@@ -457,6 +457,8 @@ std::optional<Table> ShowTable(const Session& session, const std::string& name) 
       {"egress", EgressTable},
       {"lags", LagTable},
       {"member-table", [](const Session&) { return MemberTable(); }},
+      {"counters", PortCounterTable},
+      {"vlan-counters", VlanCounterTable},
   };
   const auto builder = kBuilders.find(name);
   if (builder == kBuilders.end())

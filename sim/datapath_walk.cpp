@@ -1,13 +1,17 @@
-// The frame walk of the simulated chip: a broadcast frame through ingress discard, tag recognition,
-// ingress VLAN translation, VLAN assignment, ingress filtering, flooding and egress processing,
-// each stage reading only the state that SDK calls set.
+// The frame walk of the simulated chip: a frame through tag recognition, ingress discard, ingress
+// VLAN translation, VLAN assignment, ingress filtering, learning, the CPU port's protocol actions,
+// forwarding or flooding (through one member of a trunk) and egress processing. The stages read
+// the state that SDK calls set; learning and counting are the walk's only writes.
 #include "sim/frame_walk.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <stdexcept>
 
-#include "sim_internal.h"
+#include "datapath_internal.h"
 
 namespace sim {
 namespace {
@@ -21,7 +25,7 @@ struct Packet {
   std::optional<FrameTag> inner;
   bool outerTpidFixed = false;  // set by a translation action; not re-stamped on egress
   bool innerTpidFixed = false;
-  std::vector<FrameTag> payload;
+  std::vector<FrameTag> dataTags;  // tags the port did not recognise, in front of the payload
 };
 
 std::string TagText(const FrameTag& tag) {
@@ -42,23 +46,36 @@ std::string PacketText(const Packet& packet) {
 
 class Walker {
  public:
-  Walker(int ingressPort, const Frame& frame, const PortNamer& namer)
+  Walker(int ingressPort, const Frame& frame, const PortNamer& namer, const PortNamer& trunkNamer)
       : model_(Model()),
         port_(ingressPort),
         portState_(model_.ports.at(ingressPort)),
         frame_(frame),
-        namer_(namer) {}
+        namer_(namer),
+        trunkNamer_(trunkNamer),
+        ingressTrunk_(internal::TrunkOfPort(ingressPort)) {}
 
   FrameWalk Run() {
     if (RecognizeTags() && PassDiscard() && TranslateIngress() && AssignVlan() && FilterIngress()) {
-      Flood();
+      LearnSource();
+      if (HandToCpu())
+        Forward();
     }
+    internal::CountWalk(model_, port_, frame_, walk_);
     return std::move(walk_);
   }
 
  private:
   std::string PortName(int port) const {
     return namer_ ? namer_(port) : "port " + std::to_string(port);
+  }
+
+  std::string TrunkName(int trunk) const {
+    return trunkNamer_ ? trunkNamer_(trunk) : "trunk " + std::to_string(trunk);
+  }
+
+  std::string EntryPlace(const FdbEntry& entry) const {
+    return entry.trunk ? TrunkName(entry.portOrTrunk) : PortName(entry.portOrTrunk);
   }
 
   std::string EgressStage(int port) const {
@@ -97,7 +114,7 @@ class Walker {
         used = 2;
       }
     }
-    packet_.payload.assign(tags.begin() + static_cast<long>(used), tags.end());
+    packet_.dataTags.assign(tags.begin() + static_cast<long>(used), tags.end());
     Step("tags", PacketText(packet_));
     return true;
   }
@@ -240,13 +257,13 @@ class Walker {
     ApplyTagAction(innerTag, packet_.inner, pushedOut, a.new_inner_vlan, arrivedOuter,
                    portState_.innerTpid);
     if (pushedOut)
-      packet_.payload.insert(packet_.payload.begin(), *pushedOut);
+      packet_.dataTags.insert(packet_.dataTags.begin(), *pushedOut);
     std::optional<FrameTag> formerOuter;
     ApplyTagAction(outerTag, packet_.outer, formerOuter, a.new_outer_vlan, arrivedInner,
                    portState_.outerTpid);
     if (formerOuter) {
       if (packet_.inner)
-        packet_.payload.insert(packet_.payload.begin(), *packet_.inner);
+        packet_.dataTags.insert(packet_.dataTags.begin(), *packet_.inner);
       packet_.inner = formerOuter;
     }
     ApplyPriorityAction(outerPrio, packet_.outer, a.priority, arrivedInner);
@@ -290,7 +307,110 @@ class Walker {
                   PortName(port_) + " is not a member of VLAN " + std::to_string(vlan));
     }
     Step("ingress-filter", "member of VLAN " + std::to_string(vlan));
+    walk_.vlan = vlan;
     return true;
+  }
+
+  // Independent learning: the source address is learned in the frame's VLAN, against the trunk
+  // of a member port so that a reply may leave by any member.
+  void LearnSource() {
+    const std::string mac = FormatMac(frame_.src);
+    const internal::Learned learned =
+        internal::Learn(model_, Vlan(), frame_.src, port_, ingressTrunk_);
+    const FdbEntry here{Vlan(), frame_.src, ingressTrunk_.has_value(),
+                        ingressTrunk_ ? *ingressTrunk_ : port_, 0};
+    switch (learned.kind) {
+      case internal::Learned::New:
+        Step("learn", mac + " learned on " + EntryPlace(here));
+        break;
+      case internal::Learned::Refreshed:
+        Step("learn", mac + " refreshed on " + EntryPlace(here));
+        break;
+      case internal::Learned::Moved:
+        Step("learn",
+             mac + " moved from " + EntryPlace(learned.previous) + " to " + EntryPlace(here));
+        break;
+      default:
+        Step("learn", mac + " not learned (a group or all-zero address)");
+        break;
+    }
+  }
+
+  // DHCP and IGMP as the VLAN's control record says. False when the frame goes no further.
+  bool HandToCpu() {
+    const std::optional<internal::CpuAction> action = internal::CpuActionFor(
+        model_.vlans.at(Vlan()), Vlan(), packet_.dataTags.empty() ? frame_.payload : kNoPayload);
+    if (!action)
+      return true;
+    if (action->toCpu)
+      walk_.cpuReason = action->reason;
+    if (!action->forward && !action->toCpu)
+      return Drop("protocol", action->note);
+    Step("protocol", action->note);
+    return action->forward;
+  }
+
+  uint16_t Vlan() const { return packet_.outer->vlan; }
+
+  // A known unicast destination goes to its one port; anything else floods.
+  void Forward() {
+    const FdbEntry* entry = internal::FindDestination(model_, Vlan(), frame_.dst);
+    if (entry != nullptr)
+      ForwardKnown(*entry);
+    else
+      Flood();
+  }
+
+  // The member a trunk's copy leaves by, with the choice traced.
+  std::optional<int> HashMember(int trunk, const std::set<int>& members) {
+    const uint16_t flowHash = TrunkHash(frame_.dst, frame_.src, Vlan());
+    const std::optional<int> member = TrunkMemberOf(flowHash, members);
+    if (member) {
+      const auto index = std::distance(members.begin(), members.find(*member));
+      char hashText[8];
+      std::snprintf(hashText, sizeof hashText, "0x%04x", static_cast<unsigned>(flowHash));
+      hashSteps_.push_back(WalkStep{"trunk-hash", TrunkName(trunk) + ": hash " + hashText +
+                                                      ", member " + std::to_string(index + 1) +
+                                                      " of " + std::to_string(members.size()) +
+                                                      " -> " + PortName(*member)});
+    }
+    return member;
+  }
+
+  void FlushHashSteps() {
+    for (WalkStep& step : hashSteps_)
+      walk_.steps.push_back(std::move(step));
+    hashSteps_.clear();
+  }
+
+  // Never back where the frame came from: a destination on the ingress port or its trunk is
+  // filtered, as a bridge does.
+  void ForwardKnown(const FdbEntry& entry) {
+    const std::string where = FormatMac(frame_.dst) + " on " + EntryPlace(entry);
+    const bool cameFromThere =
+        entry.trunk ? ingressTrunk_ == entry.portOrTrunk : entry.portOrTrunk == port_;
+    if (cameFromThere) {
+      Drop("forward", "destination " + where + ", where the frame came from");
+      return;
+    }
+    const std::optional<int> port =
+        entry.trunk ? HashMember(entry.portOrTrunk, internal::TrunkPorts(entry.portOrTrunk))
+                    : std::optional<int>(entry.portOrTrunk);
+    if (!port) {
+      Drop("forward", "destination " + where + ", which has no member");
+      return;
+    }
+    const VlanState& vlan = model_.vlans.at(Vlan());
+    auto member = vlan.members.find(*port);
+    if (member == vlan.members.end()) {
+      FlushHashSteps();
+      Drop("forward", PortName(*port) + " is not a member of VLAN " + std::to_string(Vlan()));
+      return;
+    }
+    Step("forward", where + ", 1 copy");
+    FlushHashSteps();
+    walk_.knownUnicast = true;
+    walk_.copies.push_back(FrameCopy{*port, Egress(*port, member->second)});
   }
 
   // The flood set is the VLAN's broadcast group when it has one, else its member ports.
@@ -312,23 +432,27 @@ class Walker {
     return ports;
   }
 
-  // Not back to the ingress port or its trunk; one copy per trunk, by its lowest member in the
-  // set (the model's stand-in for the trunk hash); only to members of the VLAN.
+  // Not back to the ingress port or its trunk; one copy per trunk, through the member the hash
+  // chooses among its members in the set; only to members of the VLAN.
   void Flood() {
     const VlanState& vlan = model_.vlans.at(packet_.outer->vlan);
     std::string note;
     const std::set<int> candidates = FloodSet(vlan, note);
-    const std::optional<int> ingressTrunk = internal::TrunkOfPort(port_);
-    std::set<int> trunksServed;
-    if (ingressTrunk)
-      trunksServed.insert(*ingressTrunk);
-    std::vector<std::pair<int, bool>> targets;  // port, untagged member
+    std::map<int, std::set<int>> trunkMembers;
+    std::set<int> ports;
     for (int port : candidates) {
       if (port == port_)
         continue;
       const std::optional<int> trunk = internal::TrunkOfPort(port);
-      if (trunk && !trunksServed.insert(*trunk).second)
-        continue;
+      if (!trunk)
+        ports.insert(port);
+      else if (trunk != ingressTrunk_)
+        trunkMembers[*trunk].insert(port);
+    }
+    for (const auto& [trunk, members] : trunkMembers)
+      ports.insert(*HashMember(trunk, members));
+    std::vector<std::pair<int, bool>> targets;  // port, untagged member
+    for (int port : ports) {
       auto member = vlan.members.find(port);
       if (member == vlan.members.end()) {
         note += ", " + PortName(port) + " pruned (not a VLAN member)";
@@ -337,12 +461,14 @@ class Walker {
       targets.emplace_back(port, member->second);
     }
     if (targets.empty()) {
+      FlushHashSteps();
       Drop("flood", note + ": no egress port");
       walk_.dropReason = "no egress port";
       return;
     }
     Step("flood", note + ", " + std::to_string(targets.size()) +
                       (targets.size() == 1 ? " copy" : " copies"));
+    FlushHashSteps();
     for (const auto& [port, untagged] : targets) {
       walk_.copies.push_back(FrameCopy{port, Egress(port, untagged)});
     }
@@ -366,8 +492,9 @@ class Walker {
       outermostFixed = true;
     if (!tags.empty() && !outermostFixed)
       tags.front().tpid = egressPort.outerTpid;
-    tags.insert(tags.end(), packet_.payload.begin(), packet_.payload.end());
-    Frame out{tags};
+    tags.insert(tags.end(), packet_.dataTags.begin(), packet_.dataTags.end());
+    Frame out = frame_;
+    out.tags = tags;
     Step(EgressStage(port), note + " -> " + FormatFrame(out));
     return out;
   }
@@ -412,17 +539,57 @@ class Walker {
   const PortState& portState_;
   const Frame& frame_;
   const PortNamer& namer_;
+  const PortNamer& trunkNamer_;
+  const std::optional<int> ingressTrunk_;
   Packet packet_;
   FrameWalk walk_;
+  std::vector<WalkStep> hashSteps_;  // shown after the forwarding decision that needed them
+  static const std::vector<uint8_t> kNoPayload;
 };
+
+// Behind a tag the port does not recognise the chip sees no EtherType it knows.
+const std::vector<uint8_t> Walker::kNoPayload;
 
 }  // namespace
 
-FrameWalk WalkFrame(int ingressPort, const Frame& frame, const PortNamer& namer) {
+FrameWalk WalkFrame(int ingressPort, const Frame& frame, const PortNamer& namer,
+                    const PortNamer& trunkNamer) {
   if (ingressPort < 0 || ingressPort >= Chip::kNumPorts) {
     throw std::out_of_range("no such port: " + std::to_string(ingressPort));
   }
-  return Walker(ingressPort, frame, namer).Run();
+  return Walker(ingressPort, frame, namer, trunkNamer).Run();
+}
+
+size_t FrameBytes(const Frame& frame) {
+  constexpr size_t kAddressBytes = 12;
+  constexpr size_t kTagBytes = 4;
+  return kAddressBytes + kTagBytes * frame.tags.size() + frame.payload.size();
+}
+
+std::string FormatMac(const MacAddress& mac) {
+  char text[18];
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+                mac[4], mac[5]);
+  return text;
+}
+
+std::optional<MacAddress> ParseMac(const std::string& text) {
+  std::string digits;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool separator = (text[i] == ':' || text[i] == '-') && i % 3 == 2;
+    if (separator)
+      continue;
+    if (!std::isxdigit(static_cast<unsigned char>(text[i])))
+      return std::nullopt;
+    digits += text[i];
+  }
+  const bool separated = text.size() == 17;
+  if (digits.size() != 12 || (!separated && text.size() != 12))
+    return std::nullopt;
+  MacAddress mac{};
+  for (size_t i = 0; i < mac.size(); ++i)
+    mac[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
+  return mac;
 }
 
 std::string FormatFrame(const Frame& frame) {
