@@ -112,7 +112,11 @@ sim_do() {
 # capture HOST IFACE FILE [FILTER]: tcpdump on a host's interface until stop_captures; returns
 # once it listens.
 capture() {
-  in_ns "$1" timeout 30 tcpdump -i "$2" -U -w "$3" ${4:+"$4"} 2>"$3.err" &
+  # Started as one command, not through in_ns, so that $! is the process that gets the signal.
+  # Immediate mode: a frame is handed over at once, not when the kernel's buffer block fills or
+  # times out, which may be after the capture was stopped.
+  ip netns exec "$ns$1" timeout 30 tcpdump -i "$2" --immediate-mode -U -w "$3" ${4:+"$4"} \
+    2>"$3.err" &
   capture_pids+=($!)
   for _ in $(seq 50); do
     grep -qs "listening on" "$3.err" && return 0
@@ -122,7 +126,7 @@ capture() {
 }
 stop_captures() {
   sleep 0.5 # the last frames reach the captures
-  kill -INT "${capture_pids[@]}" 2>/dev/null
+  kill -TERM "${capture_pids[@]}" 2>/dev/null # timeout hands it to tcpdump, which writes out
   wait "${capture_pids[@]}" 2>/dev/null
   capture_pids=()
 }
