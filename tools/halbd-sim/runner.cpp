@@ -81,6 +81,15 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
         session.Out() << Trim(line) << '\n';
       continue;
     }
+    // A refused line: one that is wrong, or that needs what the machine could not give (an
+    // interface) when it runs. A batch run ends there; the shell goes back to its prompt.
+    const auto refuse = [&](const ScenarioError& error) {
+      session.Out().flush();
+      Report(err, current, !batch, error.what());
+      status = 1;
+      sourced.clear();
+      return interactive;
+    };
     Action action;
     try {
       if (Lower(words[0]) == "source") {
@@ -91,12 +100,8 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       }
       action = PrepareLine(session, words);
     } catch (const ScenarioError& error) {
-      session.Out().flush();
-      Report(err, current, !batch, error.what());
-      status = 1;
-      if (!interactive)
+      if (!refuse(error))
         break;
-      sourced.clear();  // back to the shell's prompt
       continue;
     }
     if (echo)
@@ -108,14 +113,8 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
       session.Out().flush();
       Report(err, current, !batch, failure.what());
     } catch (const ScenarioError& error) {
-      // What the line needs from the machine (an interface) could not be had: reported like a
-      // mistake in the line.
-      session.Out().flush();
-      Report(err, current, !batch, error.what());
-      status = 1;
-      if (!interactive)
+      if (!refuse(error))
         break;
-      sourced.clear();
     }
     session.Out().flush();
   }
