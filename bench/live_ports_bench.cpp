@@ -67,7 +67,7 @@ void BM_LiveForwardModelOnly(benchmark::State& state) {
   HostPairSwitch();
   halbdsim::ForwardFrame(kPortB, Frame(kMacB, kMacA));
   const halbdsim::Bytes frame = Frame(kMacA, kMacB);
-  for (auto _ : state) {
+  for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): the loop variable is unused
     const auto copies = halbdsim::ForwardFrame(kPortA, frame);
     if (copies.size() != 1) {
       state.SkipWithError("the frame did not leave by exactly one port");
@@ -173,7 +173,7 @@ void BM_LiveHostPairThroughTaps(benchmark::State& state) {
   const halbdsim::Bytes frame = Frame(kMacA, kMacB);
   pollfd tapA{live.InterfaceOf(kPortA)->Descriptor(), POLLIN, 0};
   int64_t delivered = 0;
-  for (auto _ : state) {
+  for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): the loop variable is unused
     for (int i = 0; i < kBurst; ++i)
       pair.a->Send(frame);
     // The forwarding loop's work, without its wait for standard input.

@@ -1,6 +1,7 @@
 #include "live_ports.h"
 
 #include <poll.h>
+#include <pthread.h>
 
 #include <cerrno>
 #include <chrono>
@@ -66,7 +67,7 @@ StopSignals::StopSignals() {
   sigemptyset(&stop);
   sigaddset(&stop, SIGINT);
   sigaddset(&stop, SIGTERM);
-  sigprocmask(SIG_BLOCK, &stop, &savedMask);
+  pthread_sigmask(SIG_BLOCK, &stop, &savedMask);
   waitMask = savedMask;
   sigdelset(&waitMask, SIGINT);
   sigdelset(&waitMask, SIGTERM);
@@ -82,7 +83,7 @@ StopSignals::~StopSignals() {
   stopCaught = false;
   sigaction(SIGINT, &savedInterrupt, nullptr);
   sigaction(SIGTERM, &savedTerminate, nullptr);
-  sigprocmask(SIG_SETMASK, &savedMask, nullptr);
+  pthread_sigmask(SIG_SETMASK, &savedMask, nullptr);
 }
 
 bool StopSignals::Raised() {

@@ -71,7 +71,8 @@ int ReadKey(LivePorts& live, int fd, wchar_t* key) {
         continue;
       return -1;
     }
-    const size_t used = std::mbrtowc(key, &byte, 1, &state);
+    // With a state of its own mbrtowc shares nothing with other threads.
+    const size_t used = std::mbrtowc(key, &byte, 1, &state);  // NOLINT(concurrency-mt-unsafe)
     if (used == static_cast<size_t>(-2))
       continue;  // the rest of a multibyte character follows
     if (used == static_cast<size_t>(-1)) {
