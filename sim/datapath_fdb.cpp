@@ -65,15 +65,17 @@ std::vector<FdbEntry> FdbEntries() {
   return entries;
 }
 
-size_t FlushFdb(const FdbFlush& which) {
+bool Matches(const FdbMatch& which, const FdbEntry& entry) {
+  return (!which.vlan || entry.vlan == *which.vlan) &&
+         (!which.port || (!entry.trunk && entry.portOrTrunk == *which.port)) &&
+         (!which.trunk || (entry.trunk && entry.portOrTrunk == *which.trunk));
+}
+
+size_t FlushFdb(const FdbMatch& which) {
   auto& fdb = internal::Model().fdb;
   size_t flushed = 0;
   for (auto it = fdb.begin(); it != fdb.end();) {
-    const FdbEntry& e = it->second;
-    const bool matches = (!which.vlan || e.vlan == *which.vlan) &&
-                         (!which.port || (!e.trunk && e.portOrTrunk == *which.port)) &&
-                         (!which.trunk || (e.trunk && e.portOrTrunk == *which.trunk));
-    if (matches) {
+    if (Matches(which, it->second)) {
       it = fdb.erase(it);
       ++flushed;
     } else {

@@ -49,15 +49,20 @@ const std::map<std::string, std::string> kArguments = {
     {"priority", "the client's priority; clients are told in ascending (priority, name) order"},
     {"events", "none, vlan_add, vlan_remove or both"},
     {"FRAME",
-     "untagged (the default); tag TPID VLAN PCP once or twice, outermost first; hex BYTES, a "
-     "whole Ethernet frame; or --pcap IN.pcap [--out DIR], every frame of a capture, with "
-     "DIR/eth1_49.pcap written for the frames leaving eth1/49"},
+     "untagged (the default); tag TPID VLAN PCP once or twice, outermost first; then src MAC, "
+     "dst MAC, and dhcp or igmp, each optional; hex BYTES, a whole Ethernet frame; or --pcap "
+     "IN.pcap [--out DIR], every frame of a capture, with DIR/eth1_49.pcap written for the "
+     "frames leaving eth1/49"},
+    {"VLAN", "a VLAN number, 1 to 4095"},
+    {"LAG", "a declared LAG: lag5"},
+    {"seconds", "a number of seconds, 0 to 1000000"},
     {"filter", "a port name, a VLAN or range of VLANs, as the table is keyed"},
     {"file", "a scenario file"},
     {"command", "a command name"},
     {"what",
-     "result N, frame PORT [TAGS] (also dropped), member vlanN INTF [tagged|untagged], "
-     "or TABLE KEY COLUMN VALUE"},
+     "result N, frame PORT [TAGS] (also dropped, copies N), unicast PORT, cpu DHCP|IGMP|none, "
+     "member vlanN INTF [tagged|untagged], fdb VLAN MAC INTF|absent, or TABLE KEY COLUMN "
+     "VALUE"},
 };
 
 // One line that runs, for each command.
@@ -99,6 +104,13 @@ const std::map<std::string, std::string> kExamples = {
     {"DeregisterClient", "DeregisterClient 200 igmp-snooping"},
     {"refuse", "refuse 200 igmp-snooping vlan_add"},
     {"frame", "frame eth1/1 tag 0x8100 10 3 --trace"},
+    {"show fdb", "show fdb 10"},
+    {"fdb flush", "fdb flush eth1/1"},
+    {"fdb age", "fdb age 60"},
+    {"wait", "wait 300"},
+    {"show counters", "show counters eth1/1 --json"},
+    {"show counters vlan", "show counters vlan 10"},
+    {"clear counters", "clear counters"},
     {"expect", "expect ports eth1/1 native 10"},
     {"help", "help addMember"},
     {"exit", "exit"},

@@ -79,16 +79,18 @@ bool TakeJson(Arguments& args) {
   return args.TakeKeyword({"--json"}).has_value();
 }
 
+Action PrepareShowVlanCounters(Arguments& args) {
+  bool json = TakeJson(args);
+  std::optional<uint16_t> vlan;
+  if (!args.Empty() && args.Peek() != "--json")
+    vlan = static_cast<uint16_t>(ParseInteger(args.Take("vlan"), 1, 4095, "vlan"));
+  json = TakeJson(args) || json;
+  args.ExpectEnd();
+  return [vlan, json](Session& s) { PrintTable(s, "vlan-counters", VlanCounters(vlan), json); };
+}
+
 Action PrepareShowCounters(const Session& session, Arguments& args) {
   bool json = TakeJson(args);
-  if (args.TakeKeyword({"vlan"})) {
-    std::optional<uint16_t> vlan;
-    if (!args.Empty() && args.Peek() != "--json")
-      vlan = static_cast<uint16_t>(ParseInteger(args.Take("vlan"), 1, 4095, "vlan"));
-    json = TakeJson(args) || json;
-    args.ExpectEnd();
-    return [vlan, json](Session& s) { PrintTable(s, "vlan-counters", VlanCounters(vlan), json); };
-  }
   std::optional<int> port;
   if (!args.Empty() && args.Peek() != "--json") {
     const std::string name = args.Take("port");
@@ -113,10 +115,13 @@ Table VlanCounterTable(const Session&) {
 }
 
 std::vector<Command> CounterCommands() {
+  // "show counters vlan" first: the line "show counters vlan 10" is its, not a port's.
   return {
-      {"show counters", "[port | vlan [VLAN]] [--json]",
-       "per port: frames and bytes received and sent, drops by stage; per VLAN: frames forwarded, "
-       "flooded, to the CPU",
+      {"show counters vlan", "[VLAN] [--json]",
+       "per VLAN: frames forwarded (known unicast), flooded, sent to the CPU",
+       [](const Session&, Arguments& args) { return PrepareShowVlanCounters(args); }},
+      {"show counters", "[port] [--json]",
+       "per port: frames and bytes received and sent, frames dropped by each stage",
        PrepareShowCounters},
       {"clear counters", "", "set every counter to zero",
        [](const Session&, Arguments& args) -> Action {

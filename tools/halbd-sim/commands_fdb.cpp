@@ -13,48 +13,36 @@ namespace {
 
 constexpr long long kMaxSeconds = 1000000;
 
-// What a filter word names: a VLAN by number, else a declared port or LAG.
-struct FdbFilter {
-  sim::FdbFlush criteria;
-  std::string interfaceName;  // rows of this interface only; empty: any
-};
-
-FdbFilter ParseFdbFilter(const Session& session, const std::string& word) {
-  FdbFilter filter;
+// The entries a filter word selects: a VLAN by number, else a declared port or LAG.
+sim::FdbMatch ParseFdbFilter(const Session& session, const std::string& word) {
+  sim::FdbMatch filter;
   if (!word.empty() && std::isdigit(static_cast<unsigned char>(word[0]))) {
-    filter.criteria.vlan = static_cast<uint16_t>(ParseInteger(word, 1, 4095, "vlan"));
+    filter.vlan = static_cast<uint16_t>(ParseInteger(word, 1, 4095, "vlan"));
     return filter;
   }
   const limid_t id = session.Resolve(word, "port, LAG or VLAN", kPort | kLag);
   const DeclaredInterface& declared = session.Declared().at(id);
-  filter.interfaceName = word;
   if (declared.trunkId >= 0) {
-    filter.criteria.trunk = declared.trunkId;
+    filter.trunk = declared.trunkId;
     return filter;
   }
   const std::optional<int> port = declared.gport ? ChipPortOfGport(*declared.gport) : std::nullopt;
   if (!port)
     throw ScenarioError(word + " is not a port of this chip: the chip learns nothing on it");
-  filter.criteria.port = *port;
+  filter.port = *port;
   return filter;
 }
 
-std::optional<FdbFilter> TakeFdbFilter(const Session& session, Arguments& args) {
+std::optional<sim::FdbMatch> TakeFdbFilter(const Session& session, Arguments& args) {
   if (args.Empty() || args.Peek() == "--json")
     return std::nullopt;
   return ParseFdbFilter(session, args.Take("VLAN, port or LAG"));
 }
 
-bool Selected(const sim::FdbEntry& entry, const sim::FdbFlush& criteria) {
-  return (!criteria.vlan || entry.vlan == *criteria.vlan) &&
-         (!criteria.port || (!entry.trunk && entry.portOrTrunk == *criteria.port)) &&
-         (!criteria.trunk || (entry.trunk && entry.portOrTrunk == *criteria.trunk));
-}
-
-Table FilteredFdbTable(const Session& session, const std::optional<FdbFilter>& filter) {
+Table FilteredFdbTable(const Session& session, const std::optional<sim::FdbMatch>& filter) {
   Table table({"mac", {"vlan", ColumnKind::Number}, "interface", {"age", ColumnKind::Number}});
   for (const sim::FdbEntry& entry : sim::FdbEntries()) {
-    if (filter && !Selected(entry, filter->criteria))
+    if (filter && !sim::Matches(*filter, entry))
       continue;
     table.AddRow({sim::FormatMac(entry.mac), std::to_string(entry.vlan),
                   entry.trunk ? session.NameOfTrunk(entry.portOrTrunk)
@@ -66,17 +54,17 @@ Table FilteredFdbTable(const Session& session, const std::optional<FdbFilter>& f
 
 Action PrepareShowFdb(const Session& session, Arguments& args) {
   bool json = args.TakeKeyword({"--json"}).has_value();
-  const std::optional<FdbFilter> filter = TakeFdbFilter(session, args);
+  const std::optional<sim::FdbMatch> filter = TakeFdbFilter(session, args);
   json = args.TakeKeyword({"--json"}).has_value() || json;
   args.ExpectEnd();
   return [filter, json](Session& s) { PrintTable(s, "fdb", FilteredFdbTable(s, filter), json); };
 }
 
 Action PrepareFlush(const Session& session, Arguments& args) {
-  const std::optional<FdbFilter> filter = TakeFdbFilter(session, args);
+  const std::optional<sim::FdbMatch> filter = TakeFdbFilter(session, args);
   args.ExpectEnd();
   return [filter](Session& s) {
-    const size_t flushed = sim::FlushFdb(filter ? filter->criteria : sim::FdbFlush{});
+    const size_t flushed = sim::FlushFdb(filter.value_or(sim::FdbMatch{}));
     s.Print("flushed " + std::to_string(flushed) + (flushed == 1 ? " entry" : " entries"));
   };
 }

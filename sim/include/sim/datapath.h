@@ -27,14 +27,15 @@ struct FdbEntry {
 // Every entry, by VLAN, then address.
 std::vector<FdbEntry> FdbEntries();
 
-// Which entries a flush removes; an empty criterion matches every entry.
-struct FdbFlush {
+// Which entries a flush removes or a view shows; an empty criterion matches every entry.
+struct FdbMatch {
   std::optional<uint16_t> vlan;
   std::optional<int> port;   // entries learned against this chip port
   std::optional<int> trunk;  // entries learned against this trunk
 };
+bool Matches(const FdbMatch& which, const FdbEntry& entry);
 // Removes the matching entries; returns how many.
-size_t FlushFdb(const FdbFlush& which);
+size_t FlushFdb(const FdbMatch& which);
 
 // The chip's age time: an entry no frame refreshed for this many seconds is removed. 0 turns
 // aging off. 300 after a reset.
