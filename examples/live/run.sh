@@ -49,12 +49,17 @@ address b10 198.51.100.12 hbd-eth1-2
 address a20 198.51.100.21 hbd-eth1-3
 address b20 198.51.100.22 hbd-eth1-4
 address pe 198.51.100.51 hbd-eth1-5
-# The LAG host bonds its two ports by hand (this kernel may have no bonding module): one MAC
-# address on both, its address on the loopback, and a route by each port, eth1/7's preferred.
-ip -n "${ns}lag" link set hbd-eth1-8 address "$(in_ns lag cat /sys/class/net/hbd-eth1-7/address)"
-ip -n "${ns}lag" addr add 198.51.100.13/32 dev lo
-ip -n "${ns}lag" route add 198.51.100.0/24 dev hbd-eth1-7 src 198.51.100.13 metric 1
-ip -n "${ns}lag" route add 198.51.100.0/24 dev hbd-eth1-8 src 198.51.100.13 metric 2
+# The LAG host bonds its two ports by hand (this kernel may have no bonding module): a bridge
+# over both, its address on the bridge, so that a frame the switch's hash sends down either port
+# reaches it. The ports are isolated from each other: the bridge never sends back into the LAG
+# what came out of it, which the switch would take for a station moving.
+ip -n "${ns}lag" link add br0 type bridge
+for member in hbd-eth1-7 hbd-eth1-8; do
+  ip -n "${ns}lag" link set "$member" master br0
+  in_ns lag bridge link set dev "$member" isolated on
+done
+ip -n "${ns}lag" link set br0 up
+address lag 198.51.100.13 br0
 sim_do "show ports"
 
 # ---- VLANs -------------------------------------------------------------------------------------
@@ -102,11 +107,14 @@ sim_do "BlockPort eth1/2 false hal-stlp"
 check "eth1/2 unblocked: a10 pings b10 again" reach a10 198.51.100.12
 
 # ---- The LAG -----------------------------------------------------------------------------------
+# Two flows, which the switch's hash may send down either member.
 check "lag1: a10 pings the LAG host" reach a10 198.51.100.13
+check "lag1: b10 pings the LAG host" reach b10 198.51.100.13
 # eth1/7's link goes down: the host stops using it, as a bond would, and it leaves the LAG.
 ip -n "${ns}lag" link set hbd-eth1-7 down
 sim_do "memberDeleted lag1 eth1/7"
 check "lag1 after eth1/7 left: a10 pings the LAG host through eth1/8" reach a10 198.51.100.13
+check "lag1 after eth1/7 left: b10 pings the LAG host through eth1/8" reach b10 198.51.100.13
 check "lag1 after eth1/7 left: the LAG host pings b10" reach lag 198.51.100.12
 
 # ---- The end -----------------------------------------------------------------------------------
