@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The switch is reconfigured while a ping flood goes through it: each command runs between two
-# frames on halbd-sim's one thread, the flood keeps flowing, and halbd-sim ends cleanly. Run on a
+# frames on halbd-sim's one thread, the flood keeps flowing, and halbd-sim ends cleanly; the shell
+# on a terminal forwards while it waits for keys. Run on a
 # ThreadSanitizer build of halbd-sim (tests/reliability/run-reliability.sh tsan), a report ends
 # halbd-sim with a failure, which the checks below see.
 #   configure_while_forwarding.sh HALBD_SIM TOPOLOGY.scn
@@ -40,4 +41,36 @@ check "the flood went through between the commands" \
   grep -Eq ' [1-9][0-9]* received' "$work/flood"
 refused "ThreadSanitizer reported nothing" grep -q "ThreadSanitizer" "$log"
 stop_sim
+
+# The shell on a terminal (tmux gives it one) forwards while it waits for a key: a ping goes
+# through with a command half typed, which then runs when finished; exit removes the interfaces.
+tmux=(tmux -L "hbd$$")
+trap 'cleanup; "${tmux[@]}" kill-server 2>/dev/null' EXIT
+screen() { "${tmux[@]}" capture-pane -p -t shell; }
+on_screen() {
+  for _ in $(seq 50); do
+    screen | grep -q "$1" && return 0
+    sleep 0.1
+  done
+  return 1
+}
+"${tmux[@]}" new-session -d -s shell -x 150 -y 40 "HALBD_HISTORY=/dev/null $sim"
+for line in "source $topology" "tap eth1/1 ${ns}a10" "tap eth1/2 ${ns}b10"; do
+  "${tmux[@]}" send-keys -t shell "$line" Enter
+done
+if on_screen "interface hbd-eth1-2"; then
+  ip -n "${ns}a10" addr add 198.51.100.11/24 dev hbd-eth1-1
+  ip -n "${ns}b10" addr add 198.51.100.12/24 dev hbd-eth1-2
+fi
+"${tmux[@]}" send-keys -t shell "show fd"
+check "the shell forwards a ping while a command is half typed" \
+  in_ns a10 ping -n -q -c 2 -i 0.2 -w 4 198.51.100.12
+"${tmux[@]}" send-keys -t shell "b" Enter
+check "the command typed around the ping runs: the chip learned both hosts" \
+  on_screen "10    eth1/2"
+"${tmux[@]}" send-keys -t shell "exit" Enter
+for _ in $(seq 50); do "${tmux[@]}" has-session -t shell 2>/dev/null || break; sleep 0.1; done
+"${tmux[@]}" kill-server 2>/dev/null
+check "exit removes the shell's interfaces" \
+  test -z "$(ip -n "${ns}a10" -o link show | grep hbd-eth1-1)"
 finish
