@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The switch is reconfigured while a ping flood goes through it: each command runs between two
 # frames on halbd-sim's one thread, the flood keeps flowing, and halbd-sim ends cleanly; the shell
-# on a terminal forwards while it waits for keys. Run on a
-# ThreadSanitizer build of halbd-sim (tests/reliability/run-reliability.sh tsan), a report ends
-# halbd-sim with a failure, which the checks below see.
+# on a terminal forwards while it waits for keys. Run on a ThreadSanitizer build of halbd-sim
+# (tests/reliability/run-reliability.sh tsan), a report ends halbd-sim with a failure, which the
+# checks below see.
 #   configure_while_forwarding.sh HALBD_SIM TOPOLOGY.scn
 set -uo pipefail
 sim=$1

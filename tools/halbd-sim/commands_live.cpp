@@ -23,10 +23,10 @@ Action PrepareTap(const Session& session, Arguments& args) {
   const std::string portName = args.Peek();
   const int port = args.TakeKeyword({"cpu"}) ? kCpuPort : TakeChipPort(session, args);
   std::string netns;
-  if (!args.Empty() && args.Peek() != "name")
+  if (!args.Empty() && args.Peek() != "ifname")
     netns = args.Take("netns");
   const std::string interface =
-      args.TakeKeyword({"name"}) ? args.Take("interface name") : DefaultInterface(portName);
+      args.TakeKeyword({"ifname"}) ? args.Take("interface name") : DefaultInterface(portName);
   args.ExpectEnd();
   if (const TapDevice* existing = session.Live().InterfaceOf(port))
     throw ScenarioError(portName + " has an interface already: " + existing->Name());
@@ -47,10 +47,9 @@ Action PrepareTap(const Session& session, Arguments& args) {
 
 std::vector<Command> LiveCommands() {
   return {
-      {"tap", "<port>|cpu [netns] [name IFNAME]",
-       "give a port a TAP interface (default hbd-eth1-1 for eth1/1), in a network namespace if "
-       "named: frames a host sends there go through the chip; cpu's gets what the chip hands "
-       "its CPU",
+      {"tap", "<port> [netns] [ifname NAME]",
+       "give a port (or cpu) a TAP interface, in a network namespace if named: frames a host "
+       "sends there go through the chip; cpu's gets what the chip hands its CPU",
        PrepareTap},
   };
 }

@@ -122,8 +122,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"expect fdb 10 02-00-00-00-00-0g eth1/1",
                 "mac must be a MAC address such as 02:00:00:00:00:01: '02-00-00-00-00-0g'"},
         BadLine{"tap eth1/9", "unknown interface eth1/9: declare it with 'port'"},
-        BadLine{"tap eth1/1 h1 name", "missing interface name"},
-        BadLine{"tap eth1/1 h1 name x y", "unexpected argument 'y'"}));
+        BadLine{"tap eth1/1 h1 ifname", "missing interface name"},
+        BadLine{"tap eth1/1 h1 ifname x y", "unexpected argument 'y'"}));
 
 TEST_F(RunnerTest, FrameNeedsAPortOfThisChipInThePortTable) {
   const int status =
