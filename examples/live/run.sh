@@ -6,6 +6,7 @@
 #   - the trunk host, which speaks 802.1Q-tagged frames through scapy, reaches both VLANs, and
 #     tcpdump on its interface decodes each VLAN's tag;
 #   - the provider-edge customer's frames leave the uplink with the 802.1ad outer tag;
+#   - the CPU's interface receives the DHCP that VLAN 10 hands to the CPU, and nothing else;
 #   - a blocked port carries nothing, and carries again once unblocked;
 #   - the LAG still carries its host's traffic after a member leaves.
 # Needs root (or CAP_NET_ADMIN and /dev/net/tun), iproute2, iputils-ping, tcpdump and Debian's
@@ -23,7 +24,7 @@ if [ -z "$sim" ]; then
   [ -x "$sim" ] || sim=$(command -v halbd-sim || true)
 fi
 what=live
-hosts=(a10 b10 a20 b20 lag trunk pe core)
+hosts=(a10 b10 a20 b20 lag trunk pe core cpu)
 # shellcheck source=hosts.sh
 . "$here/hosts.sh"
 
@@ -41,7 +42,7 @@ start_sim
 sim_do "source $here/topology.scn" \
   "tap eth1/1 ${ns}a10" "tap eth1/2 ${ns}b10" "tap eth1/3 ${ns}a20" "tap eth1/4 ${ns}b20" \
   "tap eth1/7 ${ns}lag" "tap eth1/8 ${ns}lag" "tap eth1/49 ${ns}trunk" "tap eth1/5 ${ns}pe" \
-  "tap eth1/50 ${ns}core"
+  "tap eth1/50 ${ns}core" "tap cpu ${ns}cpu"
 
 address() { ip -n "$ns$1" addr add "$2/24" dev "$3"; }
 address a10 198.51.100.11 hbd-eth1-1
@@ -99,6 +100,20 @@ check "provider edge: an untagged customer frame leaves the uplink with 802.1ad 
 check "provider edge: customer VLAN 10 leaves inside 802.1ad tag 1000, priority 5" \
   decoded "$work/core.pcap" \
   'ethertype 802\.1Q-QinQ \(0x88a8\).*vlan 1000, p 5, ethertype 802\.1Q.*vlan 10, p 0, ethertype ARP'
+
+# ---- The CPU ------------------------------------------------------------------------------------
+capture cpu hbd-cpu "$work/cpu.pcap"
+reach a10 198.51.100.12 >/dev/null
+in_ns a10 "$python" -c 'import sys
+from scapy.all import BOOTP, DHCP, IP, UDP, Ether, sendp
+sendp(Ether(dst="ff:ff:ff:ff:ff:ff") / IP(src="0.0.0.0", dst="255.255.255.255") /
+      UDP(sport=68, dport=67) / BOOTP() / DHCP(options=[("message-type", "discover"), "end"]),
+      iface=sys.argv[1], verbose=0)' hbd-eth1-1
+stop_captures
+check "the CPU's interface gets a10's DHCP discover, as VLAN 10's property says" \
+  decoded "$work/cpu.pcap" 'BOOTP/DHCP, Request'
+refused "the CPU's interface gets nothing else: no ARP, no ICMP" \
+  decoded "$work/cpu.pcap" 'ARP|ICMP'
 
 # ---- Blocking ----------------------------------------------------------------------------------
 sim_do "BlockPort eth1/2 true hal-stlp"
