@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The switch is reconfigured while a ping flood goes through it: each command runs between two
 # frames on halbd-sim's one thread, the flood keeps flowing, and halbd-sim ends cleanly; the shell
-# on a terminal forwards while it waits for keys. Run on a ThreadSanitizer build of halbd-sim
-# (tests/reliability/run-reliability.sh tsan), a report ends halbd-sim with a failure, which the
-# checks below see.
+# on a terminal forwards while it waits for keys; and the interfaces go however a run ends. Run on
+# a ThreadSanitizer build of halbd-sim (tests/reliability/run-reliability.sh tsan), a report ends
+# halbd-sim with a failure, which the checks below see.
 #   configure_while_forwarding.sh HALBD_SIM TOPOLOGY.scn
 set -uo pipefail
 sim=$1
@@ -73,4 +73,22 @@ for _ in $(seq 50); do "${tmux[@]}" has-session -t shell 2>/dev/null || break; s
 "${tmux[@]}" kill-server 2>/dev/null
 check "exit removes the shell's interfaces" \
   test -z "$(ip -n "${ns}a10" -o link show | grep hbd-eth1-1)"
+
+# However a live run ends, its interfaces go: a mistake in its scenario, or even SIGKILL.
+no_interfaces() { test -z "$(ip -n "${ns}a10" -o link show | grep hbd-eth1-1)"; }
+printf '%s\n' "source $topology" "tap eth1/1 ${ns}a10" "frobnicate" |
+  "$sim" --live - >"$work/mistake" 2>&1
+check "a mistake ends a live run with status 1" test $? -eq 1
+check "and removes the interfaces it made" no_interfaces
+mkfifo "$work/kill-commands"
+"$sim" --live - <"$work/kill-commands" >"$work/killed" 2>&1 &
+killed=$!
+exec 4>"$work/kill-commands"
+printf '%s\n' "source $topology" "tap eth1/1 ${ns}a10" >&4
+for _ in $(seq 50); do grep -q "interface hbd-eth1-1" "$work/killed" && break; sleep 0.1; done
+check "a live run to be killed has made its interface" grep -q "interface hbd-eth1-1" "$work/killed"
+kill -KILL "$killed"
+wait "$killed" 2>/dev/null
+exec 4>&-
+check "a live run killed outright leaves no interface behind" no_interfaces
 finish
