@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <ctime>
+#include <iostream>
 
 #include "line_reader.h"
 #include "sim/datapath.h"
@@ -138,14 +139,18 @@ size_t LivePorts::ForwardWaiting() {
 LivePorts::Wake LivePorts::ForwardUntilInput(int input, int timeoutMs) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   std::vector<pollfd> waiting;
+  std::vector<int> waitingPorts;  // the chip port of each TAP in waiting, in the same order
   for (;;) {
     if (stopRaised != 0)
       return Wake::Stopped;
     waiting.clear();
+    waitingPorts.clear();
     if (input >= 0)
       waiting.push_back(pollfd{input, POLLIN, 0});
-    for (const auto& [port, live] : ports_)
+    for (const auto& [port, live] : ports_) {
       waiting.push_back(pollfd{live.tap->Descriptor(), POLLIN, 0});
+      waitingPorts.push_back(port);
+    }
     timespec left{};
     if (timeoutMs >= 0) {
       const auto remaining = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -164,8 +169,24 @@ LivePorts::Wake LivePorts::ForwardUntilInput(int input, int timeoutMs) {
       continue;
     if (input >= 0 && waiting.front().revents != 0)
       return Wake::Input;
-    ForwardWaiting();
+    const size_t firstTap = input >= 0 ? 1 : 0;
+    for (size_t i = firstTap; i < waiting.size(); ++i) {
+      const int port = waitingPorts[i - firstTap];
+      if ((waiting[i].revents & POLLIN) != 0)
+        ForwardFrom(port, *ports_.at(port).tap);
+      else if (waiting[i].revents != 0)
+        Lose(port);
+    }
   }
+}
+
+void LivePorts::Lose(int port) {
+  // Its interface was deleted under it (with its namespace, say): the descriptor can only report
+  // the error from now on, and would wake every wait.
+  const LivePort& live = ports_.at(port);
+  std::cerr << "halbd-sim: " << live.tap->Name() << " is gone: " << live.portName
+            << " has no interface any more" << std::endl;
+  ports_.erase(port);
 }
 
 int LivePorts::ForwardUntilStopped(std::ostream& err) {
@@ -177,8 +198,7 @@ int LivePorts::ForwardUntilStopped(std::ostream& err) {
   err << "halbd-sim: forwarding between " << ports_.size()
       << (ports_.size() == 1 ? " interface" : " interfaces") << " until Ctrl-C or SIGTERM"
       << std::endl;
-  while (ForwardUntilInput(-1, -1) != Wake::Stopped) {
-  }
+  ForwardUntilInput(-1, -1);  // without input and time limit, only a stop signal ends it
   return 0;
 }
 

@@ -81,6 +81,8 @@ class LivePorts {
     std::unique_ptr<TapDevice> tap;
   };
   size_t ForwardFrom(int port, TapDevice& tap);
+  // Forgets a port whose interface no longer exists, saying so on standard error.
+  void Lose(int port);
   // The chip's clock follows the wall clock while ports are live, so that what it learned ages
   // as on a switch in service.
   void AdvanceChipClock();
