@@ -87,17 +87,14 @@ StopSignals::~StopSignals() {
   pthread_sigmask(SIG_SETMASK, &savedMask, nullptr);
 }
 
-bool StopSignals::Raised() {
-  return stopRaised != 0;
-}
-
 void LivePorts::Attach(int chipPort, const std::string& portName, const std::string& interface,
                        const std::string& netns) {
   if (const TapDevice* existing = InterfaceOf(chipPort))
     throw LiveError(portName + " has an interface already: " + existing->Name());
   if (ports_.empty())
     clockMark_ = std::chrono::steady_clock::now();
-  ports_[chipPort] = LivePort{portName, std::make_unique<TapDevice>(interface, netns)};
+  auto tap = std::make_unique<TapDevice>(interface, netns);  // first: it may throw
+  ports_[chipPort] = LivePort{portName, std::move(tap)};
 }
 
 void LivePorts::AdvanceChipClock() {

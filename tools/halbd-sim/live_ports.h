@@ -45,8 +45,6 @@ class StopSignals {
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
-  // Whether one arrived while they were caught.
-  static bool Raised();
 };
 
 class LivePorts {
