@@ -39,7 +39,7 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
-trap 'exit 1' INT TERM
+trap 'exit 1' INT TERM HUP PIPE # so that the EXIT trap cleans up
 
 passed=0
 failed=0
