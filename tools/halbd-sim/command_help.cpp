@@ -59,6 +59,10 @@ const std::map<std::string, std::string> kArguments = {
     {"seconds", "a number of seconds, 0 to 1000000"},
     {"filter", "a port name, a VLAN or range of VLANs, as the table is keyed"},
     {"file", "a scenario file"},
+    {"netns", "a network namespace that 'ip netns' names (default: halbd-sim's own)"},
+    {"ifname",
+     "the interface's name, at most 15 characters (default: hbd-eth1-1 for eth1/1, hbd-cpu for "
+     "cpu)"},
     {"command", "a command name"},
     {"what",
      "result N, frame PORT [TAGS] (also dropped, copies N), unicast PORT, cpu DHCP|IGMP|none, "
@@ -105,6 +109,7 @@ const std::map<std::string, std::string> kExamples = {
     {"DeregisterClient", "DeregisterClient 200 igmp-snooping"},
     {"refuse", "refuse 200 igmp-snooping vlan_add"},
     {"frame", "frame eth1/1 tag 0x8100 10 3 --trace"},
+    {"tap", "tap eth1/1 h1"},
     {"show fdb", "show fdb 10"},
     {"fdb flush", "fdb flush eth1/1"},
     {"fdb age", "fdb age 60"},

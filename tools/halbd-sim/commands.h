@@ -36,6 +36,11 @@ std::vector<Command> FrameCommands();    // where the chip sends a frame
 std::vector<Command> ExpectCommands();   // checks that make a scenario test itself
 std::vector<Command> FdbCommands();      // the chip's address table and its clock
 std::vector<Command> CounterCommands();  // the chip's port and VLAN counters
+std::vector<Command> LiveCommands();     // real interfaces for ports
+
+// The chip port that receives for a declared port (the next argument): the port table's entry of
+// the port, as the library finds it.
+int TakeChipPort(const Session& session, Arguments& args);
 
 // The SDK functions a fault can be planned for.
 const std::vector<std::string>& SdkFunctionNames();

@@ -33,7 +33,8 @@ namespace {
 // The walk recognises an outer and an inner tag; a frame of more would only show tags as data.
 constexpr size_t kMaxTags = 2;
 
-// The chip port that receives: the port table's entry of the port, as the library finds it.
+}  // namespace
+
 int TakeChipPort(const Session& session, Arguments& args) {
   const std::string name = args.Take("port");
   const limid_t id = session.Resolve(name, "port", kPort);
@@ -50,6 +51,8 @@ int TakeChipPort(const Session& session, Arguments& args) {
   }
   return *chipPort;
 }
+
+namespace {
 
 sim::FrameTag TakeTag(Arguments& args) {
   sim::FrameTag tag;

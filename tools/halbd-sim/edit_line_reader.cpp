@@ -1,7 +1,11 @@
 #include "edit_line_reader.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <iostream>
+
+#include "polling_line_reader.h"
 
 #ifdef HALBD_HAVE_LIBEDIT
 #include <histedit.h>
@@ -34,7 +38,7 @@ const char* Prompt(EditLine*) {
 
 class EditLineReader : public LineSource {
  public:
-  explicit EditLineReader(const Session& session)
+  explicit EditLineReader(Session& session)
       : session_(session),
         editLine_(el_init("halbd-sim", stdin, stdout, stderr)),
         history_(history_init()),
@@ -54,6 +58,8 @@ class EditLineReader : public LineSource {
     el_set(editLine_, EL_SETTY, "-d", "-isig", nullptr);
     el_set(editLine_, EL_ADDFN, "halbd-abandon", "abandon the line", &Abandon);
     el_set(editLine_, EL_BIND, "^C", "halbd-abandon", nullptr);
+    // Keys are waited for together with the frames of live ports, which are forwarded meanwhile.
+    el_set(editLine_, EL_GETCFN, &ReadKeyForwarding);
     el_source(editLine_, nullptr);  // the user's ~/.editrc
   }
   ~EditLineReader() override {
@@ -91,6 +97,10 @@ class EditLineReader : public LineSource {
     void* reader = nullptr;
     el_get(editLine, EL_CLIENTDATA, &reader);
     return *static_cast<EditLineReader*>(reader);
+  }
+
+  static int ReadKeyForwarding(EditLine* editLine, wchar_t* key) {
+    return ReadKey(Of(editLine).session_.Live(), STDIN_FILENO, key);
   }
 
   static unsigned char Abandon(EditLine* editLine, int) {
@@ -137,7 +147,7 @@ class EditLineReader : public LineSource {
       history(history_, &event_, H_SAVE, historyFile_.c_str());
   }
 
-  const Session& session_;
+  Session& session_;
   EditLine* editLine_;
   History* history_;
   HistEvent event_{};
@@ -149,15 +159,15 @@ class EditLineReader : public LineSource {
 
 }  // namespace
 
-std::unique_ptr<LineSource> TerminalReader(const Session& session) {
+std::unique_ptr<LineSource> TerminalReader(Session& session) {
   return std::make_unique<EditLineReader>(session);
 }
 
 #else
 
-std::unique_ptr<LineSource> TerminalReader(const Session&) {
+std::unique_ptr<LineSource> TerminalReader(Session& session) {
   std::cerr << "halbd-sim: built without libedit: no line editing, history or completion\n";
-  return std::make_unique<LineReader>(std::cin, "<stdin>", &std::cerr);
+  return std::make_unique<PollingLineReader>(STDIN_FILENO, "<stdin>", &std::cerr, session.Live());
 }
 
 #endif

@@ -14,8 +14,9 @@ namespace halbdsim {
 std::string HistoryFile();
 
 // The reader for a shell on a terminal. Built without libedit it is the plain reader with a
-// prompt, and it says once, on standard error, that editing is not available.
-std::unique_ptr<LineSource> TerminalReader(const Session& session);
+// prompt, and it says once, on standard error, that editing is not available. Either way, live
+// ports forward their frames while it waits for the user.
+std::unique_ptr<LineSource> TerminalReader(Session& session);
 
 }  // namespace halbdsim
 

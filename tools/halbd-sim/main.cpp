@@ -6,11 +6,14 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "commands.h"
 #include "edit_line_reader.h"
+#include "live_ports.h"
 #include "options.h"
+#include "polling_line_reader.h"
 #include "runner.h"
 
 #ifndef HALBD_VERSION
@@ -56,6 +59,14 @@ int main(int argc, char** argv) {
   if (options.help)
     return Help(options);
 
+  // Without the rights to make interfaces a live run could only fail later, half set up.
+  if (options.live) {
+    const std::string unavailable = halbdsim::LivePortsUnavailable();
+    if (!unavailable.empty()) {
+      std::cerr << "halbd-sim: " << unavailable << '\n';
+      return 1;
+    }
+  }
   std::ifstream file;
   if (options.path != "-") {
     const std::string problem = halbdsim::OpenScenarioFile(file, options.path);
@@ -67,6 +78,9 @@ int main(int argc, char** argv) {
   const bool terminal = options.path == "-" && isatty(STDIN_FILENO) != 0;
   const bool interactive = options.interactive || terminal;
 
+  std::optional<halbdsim::StopSignals> stopSignals;
+  if (options.live)
+    stopSignals.emplace();
   halbdsim::Session session(std::cout);
   session.SetQuiet(options.quiet);
   session.SetJson(options.json);
@@ -81,9 +95,12 @@ int main(int argc, char** argv) {
   if (terminal)
     reader = halbdsim::TerminalReader(session);
   else if (options.path == "-")
-    reader = std::make_unique<halbdsim::LineReader>(std::cin, "<stdin>", nullptr);
+    reader = std::make_unique<halbdsim::PollingLineReader>(STDIN_FILENO, "<stdin>", nullptr,
+                                                           session.Live());
   else
     reader = std::make_unique<halbdsim::LineReader>(file, options.path, nullptr);
-  const int status = halbdsim::RunScenario(session, *reader, interactive, std::cerr);
+  int status = halbdsim::RunScenario(session, *reader, interactive, std::cerr);
+  if (options.live && status == 0 && !session.QuitRequested())
+    status = session.Live().ForwardUntilStopped(std::cerr);
   return halbdsim::FinishRun(session, status, options.strict, std::cerr, interactive);
 }

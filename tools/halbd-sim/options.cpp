@@ -14,15 +14,21 @@ const char* const kUsage =
     "  -j, --json     JSON Lines: everything said is one JSON object a line\n"
     "  -q, --quiet    results, tables and help only: no echo, no effects\n"
     "  -i             interactive even when standard input is not a terminal\n"
+    "  -l, --live     after the scenario, forward frames between the interfaces of its\n"
+    "                 ports (tap) until Ctrl-C or SIGTERM, then remove them\n"
     "  -h, --help     this text\n"
     "  -V, --version  the version\n";
 
 namespace {
 
 const option kLongOptions[] = {
-    {"strict", no_argument, nullptr, 's'},  {"json", no_argument, nullptr, 'j'},
-    {"quiet", no_argument, nullptr, 'q'},   {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'}, {nullptr, 0, nullptr, 0},
+    {"strict", no_argument, nullptr, 's'},
+    {"json", no_argument, nullptr, 'j'},
+    {"quiet", no_argument, nullptr, 'q'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {"live", no_argument, nullptr, 'l'},
+    {nullptr, 0, nullptr, 0},
 };
 
 // The option getopt_long refused, as the user typed it: a long option whole (without a value),
@@ -41,7 +47,7 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
   opterr = 0;  // the messages are ours
   // The command line is read once, before the session starts: no other thread exists yet.
   // NOLINTNEXTLINE(concurrency-mt-unsafe)
-  for (int option; (option = getopt_long(argc, argv, "+sjqihV", kLongOptions, nullptr)) != -1;) {
+  for (int option; (option = getopt_long(argc, argv, "+sjqilhV", kLongOptions, nullptr)) != -1;) {
     switch (option) {
       case 's':
         options.strict = true;
@@ -54,6 +60,9 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         break;
       case 'i':
         options.interactive = true;
+        break;
+      case 'l':
+        options.live = true;
         break;
       case 'h':
         options.help = true;

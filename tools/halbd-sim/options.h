@@ -14,6 +14,7 @@ struct Options {
   bool json = false;         // JSON Lines: every record one object a line
   bool quiet = false;        // results, tables and help only: no echo, no effects
   bool interactive = false;  // -i: a shell even when standard input is not a terminal
+  bool live = false;         // --live: forward between the ports' interfaces until stopped
   std::string path = "-";    // the scenario; "-" for standard input
 };
 

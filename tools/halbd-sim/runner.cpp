@@ -100,8 +100,9 @@ int RunScenario(Session& session, LineSource& reader, bool interactive, std::ost
         Echo(session, line, false);
       continue;
     }
-    // A mistake, or what only running a line can find wrong (a capture cut short or not written),
-    // after what the line did: a batch run stops there, the shell goes back to its prompt.
+    // A mistake, or what only running a line can find wrong (a capture cut short or not written,
+    // an interface the machine could not give), after what the line did: a batch run stops there,
+    // the shell goes back to its prompt.
     const auto mistake = [&](const char* message) {
       session.Out().flush();
       Report(session, err, current, !batch, "error", message);

@@ -122,7 +122,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"fdb age -1", "seconds out of range (0 to 1000000): -1"},
         BadLine{"show counters vlan 0", "vlan out of range (1 to 4095): 0"},
         BadLine{"expect fdb 10 02-00-00-00-00-0g eth1/1",
-                "mac must be a MAC address such as 02:00:00:00:00:01: '02-00-00-00-00-0g'"}));
+                "mac must be a MAC address such as 02:00:00:00:00:01: '02-00-00-00-00-0g'"},
+        BadLine{"tap eth1/9", "unknown interface eth1/9: declare it with 'port'"},
+        BadLine{"tap eth1/1 h1 ifname", "missing interface name"},
+        BadLine{"tap eth1/1 h1 ifname x y", "unexpected argument 'y'"}));
 
 TEST_F(RunnerTest, QuitStopsReadingAndLeavingTheShellIsNoFailureUnlessStrict) {
   EXPECT_EQ(Run("bogus\nquit\nbogus\n", true), 1);

@@ -20,6 +20,7 @@
 #include "library_book.h"
 #include "limid.h"
 #include "record.h"
+#include "live_ports.h"
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 
@@ -57,6 +58,9 @@ class Session {
   // What the bridge-port service keeps, as the operations run so far tell.
   LibraryBook& Book() { return book_; }
   const LibraryBook& Book() const { return book_; }
+  // The ports that have real interfaces, and the forwarding between them.
+  LivePorts& Live() { return live_; }
+  const LivePorts& Live() const { return live_; }
   // The current members of a LAG in the common tables; none for a deleted one.
   std::set<limid_t> LagMembers(limid_t lag) const;
 
@@ -160,6 +164,7 @@ class Session {
   HalBridgePortItf* bridgePort_ = nullptr;
   std::map<limid_t, DeclaredInterface> declared_;
   LibraryBook book_;
+  LivePorts live_;
   std::optional<sim::FrameWalk> lastWalk_;
   std::map<ClientKey, std::shared_ptr<ClientState>> clients_;
   std::vector<Note> notes_;

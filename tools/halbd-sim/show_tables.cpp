@@ -176,7 +176,7 @@ Table PortTable(const Session& session) {
                   Discard(state.discardMode), std::to_string(state.egressClass),
                   LookupKeys(state.keyFirst, state.keySecond)});
   }
-  return table;
+  return session.Live().WithInterfaces(table);
 }
 
 // Per port, its chip VLANs and whether it sends them untagged, and which is its native VLAN.

@@ -62,6 +62,16 @@ void Table::AddRow(std::vector<Cell> cells) {
   }
 }
 
+void Table::AppendColumn(Column column,
+                         const std::function<Cell(const std::vector<std::string>& row)>& cellOf) {
+  columns_.push_back(std::move(column));
+  for (size_t row = 0; row < rows_.size(); ++row) {
+    Cell cell = cellOf(rows_[row]);
+    rows_[row].push_back(std::move(cell.text));
+    values_[row].push_back(std::move(cell.value));
+  }
+}
+
 int Table::ColumnIndex(const std::string& name) const {
   for (size_t column = 0; column < columns_.size(); ++column) {
     if (columns_[column].name == name)

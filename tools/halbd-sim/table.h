@@ -2,6 +2,7 @@
 #ifndef HALBD_SIM_TABLE_H
 #define HALBD_SIM_TABLE_H
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -53,6 +54,10 @@ class Table {
   std::vector<std::string> Lines() const;
   // [{"<column>": value, ...}, ...], one object per row.
   nlohmann::ordered_json JsonRows() const;
+
+  // A column after the others, its cell in each row made from that row's texts.
+  void AppendColumn(Column column,
+                    const std::function<Cell(const std::vector<std::string>& row)>& cellOf);
 
   const std::vector<Column>& Columns() const { return columns_; }
   const std::vector<std::vector<std::string>>& Rows() const { return rows_; }
