@@ -104,6 +104,8 @@ const std::map<std::string, std::string> kExamples = {
     {"exit", "exit"},
     {"quit", "quit"},
     {"source", "source examples/lag-uplink.scn"},
+    {"show running-config", "show running-config"},
+    {"save", "save switch.scn"},
 };
 
 // The argument names of a synopsis: "<id>", "[vlanId]", "on|off" and "RULE" give id, vlanId,

@@ -7,6 +7,7 @@
 
 #include "line_reader.h"
 #include "rule_syntax.h"
+#include "running_config.h"
 
 namespace halbdsim {
 
@@ -178,7 +179,7 @@ const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
     for (auto area : {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands,
-                      FrameCommands, ExpectCommands, ShellCommands}) {
+                      ConfigCommands, FrameCommands, ExpectCommands, ShellCommands}) {
       for (Command& command : area())
         all.push_back(std::move(command));
     }

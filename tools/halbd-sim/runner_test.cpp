@@ -96,8 +96,10 @@ INSTANTIATE_TEST_SUITE_P(
                 "marks priority-tagged frames"},
         BadLine{"show",
                 "show needs one of: ports, port-vlans, vlans, ingress, egress, lags, "
-                "member-table, trace"},
+                "member-table, trace, running-config"},
         BadLine{"show vlans 20-10", "vlan range runs backwards: 20-10"},
+        BadLine{"save /nonexistent/saved.scn",
+                "cannot write /nonexistent/saved.scn: No such file or directory"},
         BadLine{"show ports eth1/7", "unknown interface eth1/7: declare it with 'port'"},
         BadLine{"frame vlan10", "port must be a port: vlan10"},
         BadLine{"frame eth1/1 tagged", "frame must be untagged or tag TPID VLAN PCP: 'tagged'"},

@@ -17,7 +17,6 @@
 
 #include "hal_bridge_domain_itf.h"
 #include "hal_bridge_port_itf.h"
-#include "library_book.h"
 #include "limid.h"
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
@@ -50,9 +49,6 @@ class Session {
   HalBridgePortItf& BridgePort() { return *bridgePort_; }
   HalBridgeDomainItf& BridgeDomain() { return *bridgeDomain_; }
   sim::LagOrchestratorSim& LagOrchestrator() { return *lagOrchestrator_; }
-  // What the bridge-port service keeps, as the operations run so far tell.
-  LibraryBook& Book() { return book_; }
-  const LibraryBook& Book() const { return book_; }
   // The current members of a LAG in the common tables; none for a deleted one.
   std::set<limid_t> LagMembers(limid_t lag) const;
 
@@ -136,7 +132,6 @@ class Session {
   HalBridgeDomainItf* bridgeDomain_ = nullptr;
   HalBridgePortItf* bridgePort_ = nullptr;
   std::map<limid_t, DeclaredInterface> declared_;
-  LibraryBook book_;
   std::optional<sim::FrameWalk> lastWalk_;
   std::map<ClientKey, std::shared_ptr<ClientState>> clients_;
   std::vector<Note> notes_;

@@ -1,0 +1,522 @@
+#include "running_config.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <set>
+#include <stdexcept>
+
+#include "commands.h"
+#include "hal_bcm_common.h"
+#include "library_books.h"
+#include "rule_syntax.h"
+#include "runner.h"
+#include "sim/sim_platform.h"
+
+namespace halbdsim {
+
+const char* const kApartPrefix = "# apart: ";
+
+namespace {
+
+// What a port that leaves a LAG is given, whatever it held before it joined.
+constexpr unsigned kLeftLagNativeVlan = 4095;
+constexpr unsigned kDefaultTpid = 0x8100;
+
+// VLAN number to tagged flag.
+using Flags = std::map<unsigned, bool>;
+
+bool IsKind(limid_t id, sim::IdKind kind) {
+  return static_cast<sim::IdKind>(id.bytes[0]) == kind;
+}
+
+std::string Tpid(unsigned value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%04x", value);
+  return text;
+}
+
+const char* Tagging(bool tagged) {
+  return tagged ? "tagged" : "untagged";
+}
+
+unsigned VlanOf(limid_t bridgeDomain) {
+  uint32_t kind = 0;
+  uint32_t vlan = 0;
+  limid_to_bridgedomain_components(bridgeDomain, &kind, &vlan);
+  return vlan & 0xffff;
+}
+
+std::optional<int> GportOf(limid_t id) {
+  try {
+    return HalBcmCommon::GetInstance()->LookupPort(id).port;
+  } catch (const std::out_of_range&) {
+    return std::nullopt;  // declared without a gport: in no identifier table
+  }
+}
+
+// The gport as the port command declares it.
+std::string GportWords(std::optional<int> gport) {
+  if (!gport)
+    return "none";
+  const auto value = static_cast<unsigned>(*gport);
+  const std::string port = std::to_string(value & BCM_GPORT_LOCAL_PORT_MASK);
+  if ((value >> BCM_GPORT_TYPE_SHIFT) == BCM_GPORT_TYPE_LOCAL)
+    return "local " + port;
+  return "module " +
+         std::to_string((value >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) +
+         " " + port;
+}
+
+// Only local-port gports are programmed into VLAN membership.
+bool IsLocalGport(std::optional<int> gport) {
+  return gport && (static_cast<unsigned>(*gport) >> BCM_GPORT_TYPE_SHIFT) == BCM_GPORT_TYPE_LOCAL;
+}
+
+// The shared VLAN member table's entries of one interface.
+Flags SharedFlags(limid_t id) {
+  Flags flags;
+  for (const auto& [vlan, members] : sim::common().VlanMembers()) {
+    const auto member = members.find(id);
+    if (member != members.end())
+      flags[vlan] = member->second;
+  }
+  return flags;
+}
+
+template <typename Map>
+Flags FlagsIn(const Map& books, limid_t id) {
+  Flags flags;
+  const auto entry = books.find(id);
+  if (entry == books.end())
+    return flags;
+  for (const auto& [bridgeDomain, tagged] : entry->second)
+    flags[VlanOf(bridgeDomain)] = tagged;
+  return flags;
+}
+
+Flags OwnFlags(limid_t port) {
+  const auto& records = DomainBooks().intfInfo();
+  const auto record = records.find(port);
+  Flags flags;
+  if (record == records.end())
+    return flags;
+  for (const auto& [bridgeDomain, tagged] : record->second.bridgeDomains)
+    flags[VlanOf(bridgeDomain)] = tagged;
+  return flags;
+}
+
+// A port as the books and the chip hold it.
+struct PortView {
+  limid_t id{};
+  std::string name;
+  std::optional<int> gport;
+  std::optional<int> chipPort;
+  KeptAttributes kept;
+  std::optional<limid_t> lag;  // the live LAG whose member list holds it
+  Flags own;                   // the VLANs it was added to directly
+  Flags shared;                // its entries in the shared VLAN member table
+  // Joining a LAG empties a port's own VLANs but leaves its shared-table entries: a port outside
+  // any LAG with such entries has joined and left one.
+  bool leftLag = false;
+};
+
+class Writer {
+ public:
+  explicit Writer(const Session& session) : session_(session) {}
+
+  std::vector<std::string> Lines() {
+    Collect();
+    Setup();
+    for (const PortView& port : ports_)
+      BeforeJoining(port);
+    for (bool live : {false, true}) {
+      for (const auto& [lag, declared] : session_.Declared()) {
+        if (IsKind(lag, sim::IdKind::Lag) && sim::common().HasLag(lag) == live)
+          Lag(lag, declared.trunkId);
+      }
+    }
+    for (const PortView& port : ports_)
+      AfterJoining(port);
+    CheckVlans();
+    CheckEgressRules();
+    std::vector<std::string> all = {"# halbd-sim running configuration"};
+    for (const std::string& note : apart_)
+      all.push_back(kApartPrefix + note);
+    all.insert(all.end(), lines_.begin(), lines_.end());
+    return all;
+  }
+
+ private:
+  void Line(const std::string& line) { lines_.push_back(line); }
+
+  void Apart(const std::string& table, const std::string& key, const std::string& why) {
+    if (apartKeys_.insert(table + " " + key).second)
+      apart_.push_back(table + " " + key + ": " + why);
+  }
+
+  void Collect() {
+    for (const auto& [id, declared] : session_.Declared()) {
+      if (!IsKind(id, sim::IdKind::Ethernet))
+        continue;
+      PortView port;
+      port.id = id;
+      port.name = sim::NameOf(id);
+      port.gport = GportOf(id);
+      if (port.gport)
+        port.chipPort = ChipPortOfGport(*port.gport);
+      port.kept = KeptFor(id);
+      port.lag = sim::common().LagOf(id);
+      port.own = OwnFlags(id);
+      port.shared = SharedFlags(id);
+      for (const auto& entry : port.shared)
+        port.leftLag = port.leftLag || (!port.lag && port.own.count(entry.first) == 0);
+      ports_.push_back(port);
+    }
+  }
+
+  void Setup() {
+    if (!sim::chip().PacketPriorityCapable())
+      Line("chip packet-priority off");
+    if (sim::chip().ReportsModuleGports())
+      Line("chip module-gports on");
+    for (const PortView& port : ports_)
+      Line("port " + port.name + " " + GportWords(port.gport));
+    for (bcm_vlan_t vlan : sim::chip().Vlans()) {
+      const bcm_vlan_control_vlan_t& control = sim::chip().Vlan(vlan).control;
+      const std::string name = "vlan" + std::to_string(vlan);
+      Line("vlan " + std::to_string(vlan) +
+           (control.broadcast_group == 0 ? " no-broadcast-group" : ""));
+      const uint32_t dhcp = control.protocol_pkt.dhcp_action;
+      if (dhcp & HAL_VLAN_PROP_DHCP_TO_CPU)
+        Line("AddPropertyValue " + name + " dhcp to-cpu");
+      if (dhcp & HAL_VLAN_PROP_DHCP_DROP)
+        Line("AddPropertyValue " + name + " dhcp drop");
+      if (control.flags & BCM_VLAN_IGMP_SNOOP_DISABLE)
+        Line("RemovePropertyValue " + name + " igmp-snooping");
+    }
+  }
+
+  void Rules(const std::string& name, const KeptAttributes& kept) {
+    for (const vlanxlate::VlanMapping& rule : kept.ingressRules)
+      Line("AddVlanMappingRule " + name + " ingress " + RuleText(rule));
+    for (const vlanxlate::VlanMapping& rule : kept.egressRules)
+      Line("AddVlanMappingRule " + name + " egress " + RuleText(rule));
+  }
+
+  // Adds with the flag the books keep, then, where the shared table holds the other flag (a
+  // second add changed it there and on the chip), adds again with that one.
+  void Memberships(const std::string& name, const Flags& kept, const Flags& shared) {
+    for (const auto& [vlan, tagged] : kept) {
+      const std::string add = "addMember vlan" + std::to_string(vlan) + " " + name + " ";
+      Line(add + Tagging(tagged));
+      const auto entry = shared.find(vlan);
+      if (entry != shared.end() && entry->second != tagged)
+        Line(add + Tagging(entry->second));
+    }
+  }
+
+  // The shared-table entries that the books no longer hold.
+  static Flags Stale(const Flags& kept, const Flags& shared) {
+    Flags stale;
+    for (const auto& [vlan, tagged] : shared) {
+      if (kept.count(vlan) == 0)
+        stale[vlan] = tagged;
+    }
+    return stale;
+  }
+
+  // What the port holds of its own and keeps through joining a LAG. Its Q-in-Q, frame type and
+  // VLANs are set here only when no LAG event has since replaced them.
+  void BeforeJoining(const PortView& port) {
+    const KeptAttributes& kept = port.kept;
+    if (kept.tpid)
+      Line("SetTpid " + port.name + " " + Tpid(*kept.tpid));
+    if (!port.lag && !port.leftLag) {
+      // Q-in-Q first, so that the rules are installed for it directly.
+      if (kept.qinq)
+        Line("SetVlanQinQ " + port.name + " enable");
+      if (kept.frameType)
+        Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
+    }
+    if (kept.blocked)
+      Line("BlockPort " + port.name + (*kept.blocked ? " true" : " false") + " hal-stlp");
+    Rules(port.name, kept);
+    Memberships(port.name, Stale(port.own, port.shared), {});
+  }
+
+  void Lag(limid_t lag, int trunkId) {
+    const std::string name = sim::NameOf(lag);
+    const bool live = sim::common().HasLag(lag);
+    const KeptAttributes kept = KeptFor(lag);
+    const Flags books = FlagsIn(DomainBooks().lagMembership(), lag);
+    const Flags shared = SharedFlags(lag);
+    Line("lag " + name + " " + std::to_string(trunkId));
+    if (!dancedYet_) {
+      // A port that joined a LAG and left it again: any LAG gives the same leaving, as long as
+      // it holds nothing yet.
+      for (const PortView& port : ports_) {
+        if (port.leftLag) {
+          Line("memberAdded " + name + " " + port.name);
+          Line("memberDeleted " + name + " " + port.name);
+        }
+      }
+      dancedYet_ = true;
+    }
+    const Flags stale = Stale(books, shared);
+    if (live && !stale.empty()) {
+      // Listed in the shared table by a LAG of the same name that was deleted.
+      Memberships(name, stale, {});
+      Line("lagDeleted " + name);
+      Line("lag " + name + " " + std::to_string(trunkId));
+    }
+    // A LAG deleted while its member list was gone kept its books: neither service heard of it.
+    const bool unlisted = !live && (!books.empty() || kept.tpid || kept.nativeVlan ||
+                                    kept.priority || kept.qinq || kept.frameType);
+    if (live || unlisted)
+      LagAttributes(name, kept);
+    Memberships(name, books, shared);
+    if (live) {
+      for (const limid_t& member : HalBcmCommon::GetInstance()->GetLagMembers(lag))
+        Line("memberAdded " + name + " " + sim::NameOf(member));
+      return;
+    }
+    if (!unlisted) {
+      Memberships(name, stale, {});
+      if (!kept.ingressRules.empty() || !kept.egressRules.empty())
+        Apart("lags", name, "rules whose deletion the chip refused stay in the books");
+    }
+    Line("lagDeleted " + name + (unlisted ? " unlisted" : ""));
+  }
+
+  void LagAttributes(const std::string& name, const KeptAttributes& kept) {
+    if (kept.tpid)
+      Line("SetTpid " + name + " " + Tpid(*kept.tpid));
+    if (kept.qinq)
+      Line("SetVlanQinQ " + name + " enable");
+    if (kept.nativeVlan)
+      Line("SetNativeVlan " + name + " " + std::to_string(*kept.nativeVlan));
+    if (kept.priority)
+      Line("SetPrio4Untagged " + name + " " + std::to_string(*kept.priority));
+    if (kept.frameType)
+      Line("SetAcceptableFrameType " + name + " " + FrameTypeName(*kept.frameType));
+    Rules(name, kept);
+  }
+
+  // What the port was given after the LAG events: its own VLANs, and the chip values that differ
+  // from what the last LAG event (or a fresh chip) left.
+  void AfterJoining(const PortView& port) {
+    Memberships(port.name, port.own, port.shared);
+    const KeptAttributes& kept = port.kept;
+    const sim::PortState fresh;
+    const sim::PortState* chip = port.chipPort ? &sim::chip().Port(*port.chipPort) : nullptr;
+    if (port.lag) {
+      const LagGives given = GivenBy(*port.lag);
+      if (kept.qinq)
+        Line("SetVlanQinQ " + port.name + " enable");
+      else if (given.qinq && chip && chip->dtagMode == BCM_PORT_DTAG_MODE_NONE)
+        Line("SetVlanQinQ " + port.name + " disable");
+      const long long frameType = kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES);
+      if (frameType != given.frameType)
+        Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(frameType));
+      if (chip)
+        ChipValues(port, *chip, {given.nativeVlan, given.priority, given.tpid});
+    } else if (port.leftLag) {
+      if (kept.qinq)
+        Line("SetVlanQinQ " + port.name + " enable");
+      if (kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES) != HAL_BP_ADMIT_ALL_FRAMES)
+        Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
+      if (chip)
+        ChipValues(port, *chip, {kLeftLagNativeVlan, 0, kDefaultTpid});
+    } else if (chip) {
+      ChipValues(port, *chip, {fresh.untaggedVlan, 0, kept.tpid.value_or(kDefaultTpid)});
+    }
+    if (chip && chip->innerTpid != fresh.innerTpid)
+      Line("SetInnerTpid " + port.name + " " + Tpid(chip->innerTpid));
+    if (chip && !port.lag && chip->egressClass != static_cast<uint32_t>(*port.chipPort)) {
+      Apart("ports", port.name,
+            "the chip keeps the egress class of a LAG the port is no member of");
+    }
+  }
+
+  struct Expected {
+    unsigned nativeVlan;
+    unsigned priority;
+    unsigned tpid;
+  };
+
+  // The port's chip values where they differ from what the sequence so far leaves. Native VLAN
+  // and priority are the chip's alone for a port; the TPID is the books' too, so a chip TPID
+  // other than the one the port keeps cannot be asked for without writing a false entry.
+  void ChipValues(const PortView& port, const sim::PortState& chip, const Expected& expected) {
+    if (chip.untaggedVlan != expected.nativeVlan)
+      Line("SetNativeVlan " + port.name + " " + std::to_string(chip.untaggedVlan));
+    if (static_cast<unsigned>(chip.untaggedPriority) != expected.priority)
+      Line("SetPrio4Untagged " + port.name + " " + std::to_string(chip.untaggedPriority));
+    if (chip.outerTpid == expected.tpid)
+      return;
+    if (port.kept.tpid == chip.outerTpid) {
+      Line("SetTpid " + port.name + " " + Tpid(chip.outerTpid));
+      return;
+    }
+    Apart("ports", port.name,
+          "the chip holds TPID " + Tpid(chip.outerTpid) + " where the books give " +
+              Tpid(expected.tpid) + " (a write the chip refused)");
+  }
+
+  // The chip's VLAN membership against what the books make of it.
+  void CheckVlans() {
+    for (const PortView& port : ports_) {
+      if (!IsLocalGport(port.gport) || !port.chipPort)
+        continue;
+      std::set<unsigned> books;
+      for (const auto& entry : port.own)
+        books.insert(entry.first);
+      if (port.lag) {
+        for (const auto& entry : FlagsIn(DomainBooks().lagMembership(), *port.lag))
+          books.insert(entry.first);
+      }
+      for (bcm_vlan_t vlan : sim::chip().Vlans()) {
+        const bool onChip = sim::chip().Vlan(vlan).members.count(*port.chipPort) != 0;
+        if (onChip == (books.count(vlan) != 0))
+          continue;
+        const std::string where = port.name + " in VLAN " + std::to_string(vlan);
+        const std::string why = onChip ? "the chip has " + where + ", the books do not"
+                                       : "the books have " + where + ", the chip does not";
+        Apart("port-vlans", port.name, why);
+        Apart("vlans", std::to_string(vlan), why);
+      }
+    }
+    for (bcm_vlan_t vlan : sim::chip().Vlans()) {
+      const sim::VlanState& state = sim::chip().Vlan(vlan);
+      if (state.control.broadcast_group == 0)
+        continue;
+      std::set<int> inGroup;
+      for (const auto& member : sim::chip().GroupMembers(state.control.broadcast_group))
+        inGroup.insert(ChipPortOfGport(member.first).value_or(-1));
+      std::set<int> members;
+      for (const auto& member : state.members)
+        members.insert(member.first);
+      if (inGroup != members) {
+        Apart("vlans", std::to_string(vlan),
+              "the broadcast group and the VLAN's members differ (a chip call refused part-way)");
+      }
+    }
+  }
+
+  // The egress class whose entries an interface's egress rules are: a port's own, a LAG's that of
+  // its members; none for a LAG without members or a port off the chip.
+  std::optional<uint32_t> EgressClassOf(limid_t id) const {
+    std::optional<int> port = ChipPortOfGport(GportOf(id).value_or(-1));
+    if (IsKind(id, sim::IdKind::Lag)) {
+      const std::set<limid_t> members = session_.LagMembers(id);
+      port =
+          members.empty() ? std::nullopt : ChipPortOfGport(GportOf(*members.begin()).value_or(-1));
+    }
+    if (!port)
+      return std::nullopt;
+    return sim::chip().Port(*port).egressClass;
+  }
+
+  // Egress entries are keyed by class and VLANs alone: rules of two interfaces that share a class,
+  // or two rules with the same match, take one entry, and deleting one takes the entry of both.
+  // The books then keep a rule the chip no longer holds, or the chip an entry no rule explains.
+  void CheckEgressRules() {
+    std::set<sim::EgressKey> explained;
+    for (const auto& [id, declared] : session_.Declared()) {
+      const std::optional<uint32_t> portClass = EgressClassOf(id);
+      if (!portClass)
+        continue;
+      for (const vlanxlate::VlanMapping& rule : KeptFor(id).egressRules) {
+        const sim::EgressKey key{
+            static_cast<int>(*portClass),
+            rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : uint16_t{0},
+            rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
+        explained.insert(key);
+        if (sim::chip().EgressTable().count(key) == 0) {
+          Apart("egress", std::to_string(key.portClass),
+                sim::NameOf(id) + " keeps an egress rule the chip no longer holds");
+        }
+      }
+    }
+    for (const auto& entry : sim::chip().EgressTable()) {
+      if (explained.count(entry.first) == 0) {
+        Apart("egress", std::to_string(entry.first.portClass),
+              "the chip holds an egress entry that no rule in the books explains");
+      }
+    }
+  }
+
+  const Session& session_;
+  std::vector<PortView> ports_;
+  std::vector<std::string> lines_;
+  std::vector<std::string> apart_;
+  std::set<std::string> apartKeys_;
+  bool dancedYet_ = false;
+};
+
+Action PrepareShow(const Session&, Arguments& args) {
+  const bool json = args.TakeKeyword({"--json"}).has_value();
+  args.ExpectEnd();
+  return [json](Session& s) {
+    if (!json && !s.Json()) {
+      for (const std::string& line : RunningConfig(s))
+        s.Print(line);
+      return;
+    }
+    Table table({"line"});
+    for (const std::string& line : RunningConfig(s))
+      table.AddRow({line});
+    s.Out() << table.Json("running-config") << '\n';
+  };
+}
+
+// The directory a file is written to.
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos)
+    return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+Action PrepareSave(const Session&, Arguments& args) {
+  const std::string path = args.Take("file");
+  args.ExpectEnd();
+  // Refused before anything runs, so that a scenario stops at a file it could never write.
+  const bool exists = access(path.c_str(), F_OK) == 0;
+  if (access(exists ? path.c_str() : DirectoryOf(path).c_str(), W_OK) != 0)
+    throw ScenarioError("cannot write " + path + ": " + std::strerror(errno));
+  return [path](Session& s) {
+    const std::vector<std::string> lines = RunningConfig(s);
+    std::ofstream file(path, std::ios::trunc);
+    for (const std::string& line : lines)
+      file << line << '\n';
+    file.close();
+    if (!file)
+      throw ExpectationFailed("save: writing " + path + " failed");
+    s.Print("saved " + std::to_string(lines.size()) + " lines to " + path);
+  };
+}
+
+}  // namespace
+
+std::vector<std::string> RunningConfig(const Session& session) {
+  return Writer(session).Lines();
+}
+
+std::vector<Command> ConfigCommands() {
+  return {
+      {"show running-config", "[--json]",
+       "the scenario lines that rebuild the library's books and the chip on a fresh platform",
+       PrepareShow},
+      {"save", "<file>", "write the running configuration to a file that source or a run replays",
+       PrepareSave},
+  };
+}
+
+}  // namespace halbdsim
