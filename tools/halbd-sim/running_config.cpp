@@ -78,6 +78,23 @@ bool IsLocalGport(std::optional<int> gport) {
   return gport && (static_cast<unsigned>(*gport) >> BCM_GPORT_TYPE_SHIFT) == BCM_GPORT_TYPE_LOCAL;
 }
 
+// The chip's discard mode for what the books hold: a block discards everything, else the
+// frame types decide, and a type the chip has no mode for discards everything.
+int DiscardFor(const KeptAttributes& kept) {
+  if (kept.blocked.value_or(false))
+    return BCM_PORT_DISCARD_ALL;
+  switch (kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES)) {
+    case HAL_BP_ADMIT_ALL_FRAMES:
+      return BCM_PORT_DISCARD_NONE;
+    case HAL_BP_ADMIT_ONLY_TAGGED:
+      return BCM_PORT_DISCARD_UNTAG;
+    case HAL_BP_ADMIT_ONLY_UNTAGGED:
+      return BCM_PORT_DISCARD_TAG;
+    default:
+      return BCM_PORT_DISCARD_ALL;
+  }
+}
+
 // The shared VLAN member table's entries of one interface.
 Flags SharedFlags(limid_t id) {
   Flags flags;
@@ -143,6 +160,7 @@ class Writer {
     }
     for (const PortView& port : ports_)
       AfterJoining(port);
+    EmptySharedEntries();
     CheckVlans();
     CheckEgressRules();
     std::vector<std::string> all = {"# halbd-sim running configuration"};
@@ -154,6 +172,22 @@ class Writer {
 
  private:
   void Line(const std::string& line) { lines_.push_back(line); }
+
+  // A request that fails on replay as it did when the books took it; the expect line keeps a
+  // --strict replay from counting it.
+  void FailingLine(const std::string& line) {
+    Line(line);
+    Line("expect result -1");
+  }
+
+  // The books keep a TPID, frame type or block of a port in no identifier table although the
+  // chip call failed: so does every replay of it.
+  void PortLine(const PortView& port, const std::string& line) {
+    if (port.gport)
+      Line(line);
+    else
+      FailingLine(line);
+  }
 
   void Apart(const std::string& table, const std::string& key, const std::string& why) {
     if (apartKeys_.insert(table + " " + key).second)
@@ -209,6 +243,45 @@ class Writer {
       Line("AddVlanMappingRule " + name + " egress " + RuleText(rule));
   }
 
+  // The port's own rules that the chip holds (onChip) or not. Joining a LAG takes a port's own
+  // entries off the chip and leaves the rules in the books: of a port that is or was in a LAG,
+  // the rules on the chip were given after it joined (or left), the others before.
+  static KeptAttributes OwnRules(const PortView& port, bool onChip) {
+    KeptAttributes rules;
+    for (const vlanxlate::VlanMapping& rule : port.kept.ingressRules) {
+      if (OwnEntryOnChip(port, rule, true) == onChip)
+        rules.ingressRules.push_back(rule);
+    }
+    for (const vlanxlate::VlanMapping& rule : port.kept.egressRules) {
+      if (OwnEntryOnChip(port, rule, false) == onChip)
+        rules.egressRules.push_back(rule);
+    }
+    return rules;
+  }
+
+  // Whether the chip holds an entry of the port for the rule's match: egress entries are keyed by
+  // the port's class, ingress ones by the port and the VLANs, the outer one looked up as the inner
+  // VLAN under Q-in-Q.
+  static bool OwnEntryOnChip(const PortView& port, const vlanxlate::VlanMapping& rule,
+                             bool ingress) {
+    if (!port.chipPort)
+      return false;
+    const uint16_t outer = rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : 0;
+    const uint16_t inner = rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : 0;
+    if (!ingress) {
+      const auto portClass = static_cast<int>(sim::chip().Port(*port.chipPort).egressClass);
+      return sim::chip().EgressTable().count(sim::EgressKey{portClass, outer, inner}) != 0;
+    }
+    for (const auto& entry : sim::chip().IngressTable()) {
+      const sim::IngressKey& key = entry.first;
+      const bool vlans = (key.outerVlan == outer && key.innerVlan == inner) ||
+                         (key.outerVlan == 0 && key.innerVlan == outer);
+      if (!key.trunk && key.portOrTrunk == *port.chipPort && vlans)
+        return true;
+    }
+    return false;
+  }
+
   // Adds with the flag the books keep, then, where the shared table holds the other flag (a
   // second add changed it there and on the chip), adds again with that one.
   void Memberships(const std::string& name, const Flags& kept, const Flags& shared) {
@@ -236,17 +309,18 @@ class Writer {
   void BeforeJoining(const PortView& port) {
     const KeptAttributes& kept = port.kept;
     if (kept.tpid)
-      Line("SetTpid " + port.name + " " + Tpid(*kept.tpid));
+      PortLine(port, "SetTpid " + port.name + " " + Tpid(*kept.tpid));
     if (!port.lag && !port.leftLag) {
       // Q-in-Q first, so that the rules are installed for it directly.
       if (kept.qinq)
         Line("SetVlanQinQ " + port.name + " enable");
       if (kept.frameType)
-        Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
+        PortLine(port,
+                 "SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
     }
     if (kept.blocked)
-      Line("BlockPort " + port.name + (*kept.blocked ? " true" : " false") + " hal-stlp");
-    Rules(port.name, kept);
+      PortLine(port, "BlockPort " + port.name + (*kept.blocked ? " true" : " false") + " hal-stlp");
+    Rules(port.name, port.lag || port.leftLag ? OwnRules(port, false) : kept);
     Memberships(port.name, Stale(port.own, port.shared), {});
   }
 
@@ -326,6 +400,7 @@ class Writer {
         Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(frameType));
       if (chip)
         ChipValues(port, *chip, {given.nativeVlan, given.priority, given.tpid});
+      Rules(port.name, OwnRules(port, true));
     } else if (port.leftLag) {
       if (kept.qinq)
         Line("SetVlanQinQ " + port.name + " enable");
@@ -333,8 +408,13 @@ class Writer {
         Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
       if (chip)
         ChipValues(port, *chip, {kLeftLagNativeVlan, 0, kDefaultTpid});
+      Rules(port.name, OwnRules(port, true));
     } else if (chip) {
       ChipValues(port, *chip, {fresh.untaggedVlan, 0, kept.tpid.value_or(kDefaultTpid)});
+    }
+    if (chip && chip->discardMode != DiscardFor(kept)) {
+      Apart("ports", port.name,
+            "the chip discards other frames than the books' frame type and block ask for");
     }
     if (chip && chip->innerTpid != fresh.innerTpid)
       Line("SetInnerTpid " + port.name + " " + Tpid(chip->innerTpid));
@@ -366,7 +446,41 @@ class Writer {
     }
     Apart("ports", port.name,
           "the chip holds TPID " + Tpid(chip.outerTpid) + " where the books give " +
-              Tpid(expected.tpid) + " (a write the chip refused)");
+              Tpid(expected.tpid));
+  }
+
+  // Removing the last member of a VLAN leaves the VLAN's entry in the shared table, empty.
+  // Removing a port that is no member makes one too: the entry is made before the port is looked
+  // at, and nothing else changes; the removal fails, at the port table or at the chip.
+  void EmptySharedEntries() {
+    for (const auto& [vlan, members] : sim::common().VlanMembers()) {
+      if (!members.empty())
+        continue;
+      const PortView* outsider = Outsider(vlan);
+      if (outsider == nullptr) {
+        Apart("member-table", std::to_string(vlan), "an empty entry no port can make");
+        continue;
+      }
+      FailingLine("delMember vlan" + std::to_string(vlan) + " " + outsider->name);
+    }
+  }
+
+  // A port outside the VLAN in the books and on the chip, and in no LAG; one without a gport
+  // first, whose removal reaches no chip.
+  const PortView* Outsider(unsigned vlan) const {
+    const PortView* found = nullptr;
+    for (const PortView& port : ports_) {
+      const bool onChip =
+          port.chipPort && sim::chip().HasVlan(static_cast<bcm_vlan_t>(vlan)) &&
+          sim::chip().Vlan(static_cast<bcm_vlan_t>(vlan)).members.count(*port.chipPort) != 0;
+      if (port.lag || port.own.count(vlan) != 0 || onChip)
+        continue;
+      if (!port.gport)
+        return &port;
+      if (found == nullptr)
+        found = &port;
+    }
+    return found;
   }
 
   // The chip's VLAN membership against what the books make of it.
