@@ -4,12 +4,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 
 #include "commands.h"
 #include "hal_bcm_common.h"
@@ -118,10 +118,10 @@ Flags FlagsIn(const Map& books, limid_t id) {
 }
 
 Flags OwnFlags(limid_t port) {
-  const auto& records = DomainBooks().intfInfo();
-  const auto record = records.find(port);
+  HalBcmBridgeDomainInspector books = DomainBooks();
+  const auto record = books.intfInfo().find(port);
   Flags flags;
-  if (record == records.end())
+  if (record == books.intfInfo().end())
     return flags;
   for (const auto& [bridgeDomain, tagged] : record->second.bridgeDomains)
     flags[VlanOf(bridgeDomain)] = tagged;
@@ -331,17 +331,8 @@ class Writer {
     const Flags books = FlagsIn(DomainBooks().lagMembership(), lag);
     const Flags shared = SharedFlags(lag);
     Line("lag " + name + " " + std::to_string(trunkId));
-    if (!dancedYet_) {
-      // A port that joined a LAG and left it again: any LAG gives the same leaving, as long as
-      // it holds nothing yet.
-      for (const PortView& port : ports_) {
-        if (port.leftLag) {
-          Line("memberAdded " + name + " " + port.name);
-          Line("memberDeleted " + name + " " + port.name);
-        }
-      }
-      dancedYet_ = true;
-    }
+    if (!leftPortsReplayed_)
+      JoinAndLeave(name);
     const Flags stale = Stale(books, shared);
     if (live && !stale.empty()) {
       // Listed in the shared table by a LAG of the same name that was deleted.
@@ -366,6 +357,18 @@ class Writer {
         Apart("lags", name, "rules whose deletion the chip refused stay in the books");
     }
     Line("lagDeleted " + name + (unlisted ? " unlisted" : ""));
+  }
+
+  // The ports that joined a LAG and left it again join this one and leave it: any LAG gives the
+  // same leaving, as long as it holds nothing yet.
+  void JoinAndLeave(const std::string& lag) {
+    for (const PortView& port : ports_) {
+      if (port.leftLag) {
+        Line("memberAdded " + lag + " " + port.name);
+        Line("memberDeleted " + lag + " " + port.name);
+      }
+    }
+    leftPortsReplayed_ = true;
   }
 
   void LagAttributes(const std::string& name, const KeptAttributes& kept) {
@@ -571,7 +574,7 @@ class Writer {
   std::vector<std::string> lines_;
   std::vector<std::string> apart_;
   std::set<std::string> apartKeys_;
-  bool dancedYet_ = false;
+  bool leftPortsReplayed_ = false;
 };
 
 Action PrepareShow(const Session&, Arguments& args) {
@@ -604,7 +607,8 @@ Action PrepareSave(const Session&, Arguments& args) {
   // Refused before anything runs, so that a scenario stops at a file it could never write.
   const bool exists = access(path.c_str(), F_OK) == 0;
   if (access(exists ? path.c_str() : DirectoryOf(path).c_str(), W_OK) != 0)
-    throw ScenarioError("cannot write " + path + ": " + std::strerror(errno));
+    throw ScenarioError("cannot write " + path + ": " +
+                        std::error_code(errno, std::generic_category()).message());
   return [path](Session& s) {
     const std::vector<std::string> lines = RunningConfig(s);
     std::ofstream file(path, std::ios::trunc);
