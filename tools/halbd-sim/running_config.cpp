@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -138,8 +139,9 @@ struct PortView {
   std::optional<limid_t> lag;  // the live LAG whose member list holds it
   Flags own;                   // the VLANs it was added to directly
   Flags shared;                // its entries in the shared VLAN member table
-  // Joining a LAG empties a port's own VLANs but leaves its shared-table entries: a port outside
-  // any LAG with such entries has joined and left one.
+  // Joining a LAG empties a port's own VLANs but leaves its shared-table entries, and takes its own
+  // rules off the chip but leaves them in the books: a port outside any LAG with such entries or
+  // rules has joined and left one.
   bool leftLag = false;
 };
 
@@ -210,6 +212,11 @@ class Writer {
       port.shared = SharedFlags(id);
       for (const auto& entry : port.shared)
         port.leftLag = port.leftLag || (!port.lag && port.own.count(entry.first) == 0);
+      // Joining also takes the port's own ingress entries off the chip, and they are the port's
+      // alone (egress entries are shared by class).
+      for (const vlanxlate::VlanMapping& rule : port.kept.ingressRules)
+        port.leftLag =
+            port.leftLag || (!port.lag && port.chipPort && !OwnEntryOnChip(port, rule, true));
       ports_.push_back(port);
     }
   }
@@ -239,8 +246,25 @@ class Writer {
   void Rules(const std::string& name, const KeptAttributes& kept) {
     for (const vlanxlate::VlanMapping& rule : kept.ingressRules)
       Line("AddVlanMappingRule " + name + " ingress " + RuleText(rule));
-    for (const vlanxlate::VlanMapping& rule : kept.egressRules)
+    // Egress rules with the same match share one chip entry, which holds the one added last: the
+    // rule the entry holds goes last.
+    std::vector<vlanxlate::VlanMapping> egress = kept.egressRules;
+    std::stable_partition(egress.begin(), egress.end(),
+                          [](const vlanxlate::VlanMapping& rule) { return !HeldByChip(rule); });
+    for (const vlanxlate::VlanMapping& rule : egress)
       Line("AddVlanMappingRule " + name + " egress " + RuleText(rule));
+  }
+
+  // Whether an egress entry for the rule's match writes the rule's outer VLAN.
+  static bool HeldByChip(const vlanxlate::VlanMapping& rule) {
+    const uint16_t outer = rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : 0;
+    const uint16_t inner = rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : 0;
+    for (const auto& [key, action] : sim::chip().EgressTable()) {
+      if (key.outerVlan == outer && key.innerVlan == inner &&
+          action.new_outer_vlan == rule.action.outerVlanTag.vlanId)
+        return true;
+    }
+    return false;
   }
 
   // The port's own rules that the chip holds (onChip) or not. Joining a LAG takes a port's own
@@ -351,12 +375,13 @@ class Writer {
         Line("memberAdded " + name + " " + sim::NameOf(member));
       return;
     }
-    if (!unlisted) {
+    if (!unlisted)
       Memberships(name, stale, {});
-      if (!kept.ingressRules.empty() || !kept.egressRules.empty())
-        Apart("lags", name, "rules whose deletion the chip refused stay in the books");
-    }
     Line("lagDeleted " + name + (unlisted ? " unlisted" : ""));
+    // The books of a deleted LAG keep only rules: given after the deletion, or refused their
+    // deletion by the chip.
+    if (!unlisted)
+      Rules(name, kept);
   }
 
   // The ports that joined a LAG and left it again join this one and leave it: any LAG gives the
@@ -415,6 +440,9 @@ class Writer {
     } else if (chip) {
       ChipValues(port, *chip, {fresh.untaggedVlan, 0, kept.tpid.value_or(kDefaultTpid)});
     }
+    if (chip && QinQOn(*chip) != ReplayedQinQ(port, *chip)) {
+      Apart("ports", port.name, "the chip's Q-in-Q mode is other than the books ask for");
+    }
     if (chip && chip->discardMode != DiscardFor(kept)) {
       Apart("ports", port.name,
             "the chip discards other frames than the books' frame type and block ask for");
@@ -425,6 +453,18 @@ class Writer {
       Apart("ports", port.name,
             "the chip keeps the egress class of a LAG the port is no member of");
     }
+  }
+
+  static bool QinQOn(const sim::PortState& chip) {
+    return chip.dtagMode != BCM_PORT_DTAG_MODE_NONE;
+  }
+
+  // Q-in-Q as the replay leaves it: the port's own, or a member's from its LAG unless the member
+  // was switched off on its own (see AfterJoining).
+  static bool ReplayedQinQ(const PortView& port, const sim::PortState& chip) {
+    if (port.kept.qinq || !port.lag)
+      return port.kept.qinq;
+    return GivenBy(*port.lag).qinq && QinQOn(chip);
   }
 
   struct Expected {
@@ -540,30 +580,44 @@ class Writer {
     return sim::chip().Port(*port).egressClass;
   }
 
+  bool HasBeenInLag(limid_t id) const {
+    for (const PortView& port : ports_) {
+      if (port.id == id)
+        return port.lag || port.leftLag;
+    }
+    return false;
+  }
+
   // Egress entries are keyed by class and VLANs alone: rules of two interfaces that share a class,
   // or two rules with the same match, take one entry, and deleting one takes the entry of both.
   // The books then keep a rule the chip no longer holds, or the chip an entry no rule explains.
   void CheckEgressRules() {
     std::set<sim::EgressKey> explained;
+    // VLANs of rules whose class is not known here (a LAG without members has one of its own).
+    std::set<std::pair<uint16_t, uint16_t>> explainedInAnyClass;
     for (const auto& [id, declared] : session_.Declared()) {
       const std::optional<uint32_t> portClass = EgressClassOf(id);
-      if (!portClass)
-        continue;
       for (const vlanxlate::VlanMapping& rule : KeptFor(id).egressRules) {
-        const sim::EgressKey key{
-            static_cast<int>(*portClass),
-            rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : uint16_t{0},
-            rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
+        const uint16_t outer = rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : 0;
+        const uint16_t inner = rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : 0;
+        if (!portClass) {
+          explainedInAnyClass.insert({outer, inner});
+          continue;
+        }
+        const sim::EgressKey key{static_cast<int>(*portClass), outer, inner};
         explained.insert(key);
-        if (sim::chip().EgressTable().count(key) == 0) {
+        // Joining a LAG took the port's own entries off the chip; the replay does so too.
+        if (sim::chip().EgressTable().count(key) == 0 && !HasBeenInLag(id)) {
           Apart("egress", std::to_string(key.portClass),
                 sim::NameOf(id) + " keeps an egress rule the chip no longer holds");
         }
       }
     }
     for (const auto& entry : sim::chip().EgressTable()) {
-      if (explained.count(entry.first) == 0) {
-        Apart("egress", std::to_string(entry.first.portClass),
+      const sim::EgressKey& key = entry.first;
+      if (explained.count(key) == 0 &&
+          explainedInAnyClass.count({key.outerVlan, key.innerVlan}) == 0) {
+        Apart("egress", std::to_string(key.portClass),
               "the chip holds an egress entry that no rule in the books explains");
       }
     }
