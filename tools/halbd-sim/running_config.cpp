@@ -182,10 +182,20 @@ class Writer {
     Line("expect result -1");
   }
 
-  // The books keep a TPID, frame type or block of a port in no identifier table although the
-  // chip call failed: so does every replay of it.
+  // The books keep a TPID, frame type or block of a port that is no port of this chip although
+  // the chip call failed: so does every replay of it.
   void PortLine(const PortView& port, const std::string& line) {
-    if (port.gport)
+    if (port.chipPort)
+      Line(line);
+    else
+      FailingLine(line);
+  }
+
+  // A port joins or leaves a LAG. The bridge port answers false for a port without a local-port
+  // gport, whose lookup keys and class it cannot set: the replay expects it.
+  void LagEventLine(const std::string& event, const std::string& lag, limid_t member) {
+    const std::string line = event + " " + lag + " " + sim::NameOf(member);
+    if (IsLocalGport(GportOf(member)))
       Line(line);
     else
       FailingLine(line);
@@ -329,59 +339,69 @@ class Writer {
   }
 
   // What the port holds of its own and keeps through joining a LAG. Its Q-in-Q, frame type and
-  // VLANs are set here only when no LAG event has since replaced them.
+  // VLANs are set here only when no LAG event has since replaced them. Rules go before Q-in-Q, as
+  // everywhere: every rule a Q-in-Q port can hold installs without it, and switching Q-in-Q on
+  // then installs them again as the library did, keeping in the books those it cannot.
   void BeforeJoining(const PortView& port) {
     const KeptAttributes& kept = port.kept;
     if (kept.tpid)
       PortLine(port, "SetTpid " + port.name + " " + Tpid(*kept.tpid));
-    if (!port.lag && !port.leftLag) {
-      // Q-in-Q first, so that the rules are installed for it directly.
+    // Of a port that is or was in a LAG, the rules joining took off the chip; the others are given
+    // after the LAG events.
+    const bool joined = port.lag || port.leftLag;
+    Rules(port.name, joined ? OwnRules(port, false) : kept);
+    if (!joined) {
       if (kept.qinq)
-        Line("SetVlanQinQ " + port.name + " enable");
+        PortLine(port, "SetVlanQinQ " + port.name + " enable");
       if (kept.frameType)
         PortLine(port,
                  "SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
     }
     if (kept.blocked)
       PortLine(port, "BlockPort " + port.name + (*kept.blocked ? " true" : " false") + " hal-stlp");
-    Rules(port.name, port.lag || port.leftLag ? OwnRules(port, false) : kept);
     Memberships(port.name, Stale(port.own, port.shared), {});
   }
 
   void Lag(limid_t lag, int trunkId) {
     const std::string name = sim::NameOf(lag);
-    const bool live = sim::common().HasLag(lag);
     const KeptAttributes kept = KeptFor(lag);
     const Flags books = FlagsIn(DomainBooks().lagMembership(), lag);
     const Flags shared = SharedFlags(lag);
+    const Flags stale = Stale(books, shared);
     Line("lag " + name + " " + std::to_string(trunkId));
     if (!leftPortsReplayed_)
       JoinAndLeave(name);
-    const Flags stale = Stale(books, shared);
-    if (live && !stale.empty()) {
+    if (!sim::common().HasLag(lag)) {
+      DeletedLag(name, kept, books, shared);
+      return;
+    }
+    if (!stale.empty()) {
       // Listed in the shared table by a LAG of the same name that was deleted.
       Memberships(name, stale, {});
       Line("lagDeleted " + name);
       Line("lag " + name + " " + std::to_string(trunkId));
     }
-    // A LAG deleted while its member list was gone kept its books: neither service heard of it.
-    const bool unlisted = !live && (!books.empty() || kept.tpid || kept.nativeVlan ||
-                                    kept.priority || kept.qinq || kept.frameType);
-    if (live || unlisted)
-      LagAttributes(name, kept);
+    LagAttributes(name, kept);
     Memberships(name, books, shared);
-    if (live) {
-      for (const limid_t& member : HalBcmCommon::GetInstance()->GetLagMembers(lag))
-        Line("memberAdded " + name + " " + sim::NameOf(member));
+    for (const limid_t& member : HalBcmCommon::GetInstance()->GetLagMembers(lag))
+      LagEventLine("memberAdded", name, member);
+  }
+
+  void DeletedLag(const std::string& name, const KeptAttributes& kept, const Flags& books,
+                  const Flags& shared) {
+    // Deleted while its member list was gone, neither service heard of it: the bridge domain still
+    // holds its VLANs, the bridge port values that no request reaches a deleted LAG with.
+    if (!books.empty() || kept.tpid || kept.nativeVlan || kept.priority || kept.qinq) {
+      LagAttributes(name, kept);
+      Memberships(name, books, shared);
+      Line("lagDeleted " + name + " unlisted");
       return;
     }
-    if (!unlisted)
-      Memberships(name, stale, {});
-    Line("lagDeleted " + name + (unlisted ? " unlisted" : ""));
-    // The books of a deleted LAG keep only rules: given after the deletion, or refused their
-    // deletion by the chip.
-    if (!unlisted)
-      Rules(name, kept);
+    // The shared table still lists it; what the bridge port keeps of it, frame types and rules,
+    // was given after the deletion (or, of rules, kept when the chip refused to delete them).
+    Memberships(name, shared, {});
+    Line("lagDeleted " + name);
+    LagAttributes(name, kept);
   }
 
   // The ports that joined a LAG and left it again join this one and leave it: any LAG gives the
@@ -389,8 +409,8 @@ class Writer {
   void JoinAndLeave(const std::string& lag) {
     for (const PortView& port : ports_) {
       if (port.leftLag) {
-        Line("memberAdded " + lag + " " + port.name);
-        Line("memberDeleted " + lag + " " + port.name);
+        LagEventLine("memberAdded", lag, port.id);
+        LagEventLine("memberDeleted", lag, port.id);
       }
     }
     leftPortsReplayed_ = true;
@@ -399,6 +419,7 @@ class Writer {
   void LagAttributes(const std::string& name, const KeptAttributes& kept) {
     if (kept.tpid)
       Line("SetTpid " + name + " " + Tpid(*kept.tpid));
+    Rules(name, kept);
     if (kept.qinq)
       Line("SetVlanQinQ " + name + " enable");
     if (kept.nativeVlan)
@@ -407,7 +428,6 @@ class Writer {
       Line("SetPrio4Untagged " + name + " " + std::to_string(*kept.priority));
     if (kept.frameType)
       Line("SetAcceptableFrameType " + name + " " + FrameTypeName(*kept.frameType));
-    Rules(name, kept);
   }
 
   // What the port was given after the LAG events: its own VLANs, and the chip values that differ
@@ -417,26 +437,27 @@ class Writer {
     const KeptAttributes& kept = port.kept;
     const sim::PortState fresh;
     const sim::PortState* chip = port.chipPort ? &sim::chip().Port(*port.chipPort) : nullptr;
+    if (port.lag || port.leftLag)
+      Rules(port.name, OwnRules(port, true));
     if (port.lag) {
       const LagGives given = GivenBy(*port.lag);
       if (kept.qinq)
-        Line("SetVlanQinQ " + port.name + " enable");
+        PortLine(port, "SetVlanQinQ " + port.name + " enable");
       else if (given.qinq && chip && chip->dtagMode == BCM_PORT_DTAG_MODE_NONE)
-        Line("SetVlanQinQ " + port.name + " disable");
+        PortLine(port, "SetVlanQinQ " + port.name + " disable");
       const long long frameType = kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES);
       if (frameType != given.frameType)
-        Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(frameType));
+        PortLine(port, "SetAcceptableFrameType " + port.name + " " + FrameTypeName(frameType));
       if (chip)
         ChipValues(port, *chip, {given.nativeVlan, given.priority, given.tpid});
-      Rules(port.name, OwnRules(port, true));
     } else if (port.leftLag) {
       if (kept.qinq)
-        Line("SetVlanQinQ " + port.name + " enable");
+        PortLine(port, "SetVlanQinQ " + port.name + " enable");
       if (kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES) != HAL_BP_ADMIT_ALL_FRAMES)
-        Line("SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
+        PortLine(port,
+                 "SetAcceptableFrameType " + port.name + " " + FrameTypeName(*kept.frameType));
       if (chip)
         ChipValues(port, *chip, {kLeftLagNativeVlan, 0, kDefaultTpid});
-      Rules(port.name, OwnRules(port, true));
     } else if (chip) {
       ChipValues(port, *chip, {fresh.untaggedVlan, 0, kept.tpid.value_or(kDefaultTpid)});
     }
@@ -571,9 +592,12 @@ class Writer {
   std::optional<uint32_t> EgressClassOf(limid_t id) const {
     std::optional<int> port = ChipPortOfGport(GportOf(id).value_or(-1));
     if (IsKind(id, sim::IdKind::Lag)) {
-      const std::set<limid_t> members = session_.LagMembers(id);
-      port =
-          members.empty() ? std::nullopt : ChipPortOfGport(GportOf(*members.begin()).value_or(-1));
+      // Only a member with a local-port gport was given the LAG's class.
+      port = std::nullopt;
+      for (const limid_t& member : session_.LagMembers(id)) {
+        if (IsLocalGport(GportOf(member)))
+          port = ChipPortOfGport(*GportOf(member));
+      }
     }
     if (!port)
       return std::nullopt;
