@@ -471,8 +471,14 @@ class Writer {
     if (chip && chip->innerTpid != fresh.innerTpid)
       Line("SetInnerTpid " + port.name + " " + Tpid(chip->innerTpid));
     if (chip && !port.lag && chip->egressClass != static_cast<uint32_t>(*port.chipPort)) {
-      Apart("ports", port.name,
-            "the chip keeps the egress class of a LAG the port is no member of");
+      const std::string why =
+          "the chip keeps for " + port.name + " the egress class of a LAG it is no member of";
+      Apart("ports", port.name, why);
+      // Its egress rules sit under that class; a replay puts them under its own.
+      if (!kept.egressRules.empty()) {
+        Apart("egress", std::to_string(chip->egressClass), why);
+        Apart("egress", std::to_string(*port.chipPort), why);
+      }
     }
   }
 
