@@ -474,11 +474,12 @@ class Writer {
       const std::string why =
           "the chip keeps for " + port.name + " the egress class of a LAG it is no member of";
       Apart("ports", port.name, why);
-      // Its egress rules sit under that class; a replay puts them under its own.
-      if (!kept.egressRules.empty()) {
+      // The entries of that class list the port; its own rules sit there, a replay puts them
+      // under its own class.
+      if (HasEgressEntries(chip->egressClass))
         Apart("egress", std::to_string(chip->egressClass), why);
+      if (!kept.egressRules.empty())
         Apart("egress", std::to_string(*port.chipPort), why);
-      }
     }
   }
 
@@ -492,6 +493,14 @@ class Writer {
     if (port.kept.qinq || !port.lag)
       return port.kept.qinq;
     return GivenBy(*port.lag).qinq && QinQOn(chip);
+  }
+
+  static bool HasEgressEntries(uint32_t portClass) {
+    for (const auto& entry : sim::chip().EgressTable()) {
+      if (entry.first.portClass == static_cast<int>(portClass))
+        return true;
+    }
+    return false;
   }
 
   struct Expected {
