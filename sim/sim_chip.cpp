@@ -215,6 +215,14 @@ void Chip::SetReportModuleGports(bool module) {
   Model().reportModuleGports = module;
 }
 
+bool Chip::PacketPriorityCapable() const {
+  return Model().control.xlate_pkt_prio != 0;
+}
+
+bool Chip::ReportsModuleGports() const {
+  return Model().reportModuleGports;
+}
+
 const PortState& Chip::Port(int port) const {
   return Model().ports.at(port);
 }

@@ -122,6 +122,8 @@ const std::map<std::string, std::string> kExamples = {
     {"exit", "exit"},
     {"quit", "quit"},
     {"source", "source examples/lag-uplink.scn"},
+    {"show running-config", "show running-config"},
+    {"save", "save switch.scn"},
 };
 
 // Commands of two words that share their first: what the family does, and what its members are.

@@ -7,6 +7,7 @@
 
 #include "line_reader.h"
 #include "rule_syntax.h"
+#include "running_config.h"
 
 namespace halbdsim {
 
@@ -179,9 +180,9 @@ const Command& FindCommand(const std::vector<std::string>& words, bool wholeName
 const std::vector<Command>& AllCommands() {
   static const std::vector<Command> commands = [] {
     std::vector<Command> all;
-    for (auto area :
-         {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands, FrameCommands,
-          FdbCommands, CounterCommands, LiveCommands, ExpectCommands, ShellCommands}) {
+    for (auto area : {SetupCommands, PortCommands, DomainCommands, EventCommands, ShowCommands,
+                      ConfigCommands, FrameCommands, FdbCommands, CounterCommands, LiveCommands,
+                      ExpectCommands, ShellCommands}) {
       for (Command& command : area())
         all.push_back(std::move(command));
     }

@@ -42,10 +42,7 @@ Action PrepareMemberAdded(const Session& session, Arguments& args) {
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
   RefuseImpossible(sim::LagOrchestratorSim::AddMemberRefusal(lag, member));
-  return LagEvent([=](Session& s) {
-    s.Book().MemberAdded(lag, member);
-    return s.LagOrchestrator().AddMember(lag, member);
-  });
+  return LagEvent([=](Session& s) { return s.LagOrchestrator().AddMember(lag, member); });
 }
 
 Action PrepareMemberDeleted(const Session& session, Arguments& args) {
@@ -53,10 +50,7 @@ Action PrepareMemberDeleted(const Session& session, Arguments& args) {
   const limid_t member = session.Resolve(args.Take("member"), "member", kPort);
   args.ExpectEnd();
   RefuseImpossible(sim::LagOrchestratorSim::DeleteMemberRefusal(lag, member));
-  return LagEvent([=](Session& s) {
-    s.Book().MemberDeleted(member);
-    return s.LagOrchestrator().DeleteMember(lag, member);
-  });
+  return LagEvent([=](Session& s) { return s.LagOrchestrator().DeleteMember(lag, member); });
 }
 
 Action PrepareLagDeleted(const Session& session, Arguments& args) {
@@ -71,7 +65,6 @@ Action PrepareLagDeleted(const Session& session, Arguments& args) {
       // of the deletion and keeps what it holds for the LAG.
       return s.LagOrchestrator().DeleteLagUnlisted(lag);
     }
-    s.Book().LagDeleted(lag, s.LagMembers(lag));
     return s.LagOrchestrator().DeleteLag(lag);
   });
 }

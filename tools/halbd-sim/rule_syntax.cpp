@@ -1,5 +1,6 @@
 #include "rule_syntax.h"
 
+#include <cstdio>
 #include <string>
 
 #include "line_reader.h"
@@ -79,7 +80,54 @@ std::vector<std::string> Warnings(const vlanxlate::VlanMapping& rule, bool hasAc
   return {};
 }
 
+std::string TagText(const VlanTag& tag) {
+  std::string text = std::to_string(tag.vlanId);
+  if (tag.tpid != VlanTag{}.tpid) {
+    char tpid[16];
+    std::snprintf(tpid, sizeof tpid, "0x%04x", tag.tpid);
+    text += std::string(" tpid ") + tpid;
+  }
+  if (tag.priority != VlanTag{}.priority)
+    text += " prio " + std::to_string(tag.priority);
+  return text;
+}
+
+bool IsUnused(const VlanTag& tag) {
+  return !(tag < VlanTag{}) && !(VlanTag{} < tag);
+}
+
+std::string OperationWord(Operation operation) {
+  for (const auto& [word, value] : kOperations) {
+    if (static_cast<Operation>(value) == operation)
+      return word;
+  }
+  return "op " + std::to_string(static_cast<uint32_t>(operation));
+}
+
 }  // namespace
+
+std::string RuleText(const vlanxlate::VlanMapping& rule) {
+  std::string text;
+  // The text has no words for a match tag that is absent but not at the unused values; the
+  // library matches on the presence flags alone, so nothing is lost.
+  if (rule.match.hasOuterVlan || rule.match.hasInnerVlan) {
+    text = "match";
+    if (rule.match.hasOuterVlan)
+      text += " outer " + TagText(rule.match.outerVlanTag);
+    if (rule.match.hasInnerVlan)
+      text += " inner " + TagText(rule.match.innerVlanTag);
+    text += " ";
+  }
+  text += OperationWord(rule.operation);
+  const bool writesOuter =
+      rule.operation != Operation::Unknown &&
+      static_cast<uint32_t>(rule.operation) <= static_cast<uint32_t>(Operation::ReplaceReplace);
+  if (writesOuter || !IsUnused(rule.action.outerVlanTag))
+    text += " outer " + TagText(rule.action.outerVlanTag);
+  if (!IsUnused(rule.action.innerVlanTag))
+    text += " inner " + TagText(rule.action.innerVlanTag);
+  return text;
+}
 
 vlanxlate::VlanMapping ParseRule(Arguments& args, std::vector<std::string>* warnings) {
   vlanxlate::VlanMapping rule;

@@ -29,6 +29,10 @@ extern const char* const kRuleSyntaxHelp;
 // warnings, when given: such rules still reach the library, whose handling of them is the point.
 vlanxlate::VlanMapping ParseRule(Arguments& args, std::vector<std::string>* warnings = nullptr);
 
+// The rule in the form above, which ParseRule reads back to the same rule. Tags left at the
+// unused values are not written, except the outer tag that a named operation writes.
+std::string RuleText(const vlanxlate::VlanMapping& rule);
+
 }  // namespace halbdsim
 
 #endif  // HALBD_SIM_RULE_SYNTAX_H

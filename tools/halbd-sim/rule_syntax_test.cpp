@@ -15,16 +15,23 @@ std::string Describe(const vlanxlate::VlanTag& tag) {
          std::to_string(tag.priority);
 }
 
-// The parsed rule in full, or the message it is refused with.
+std::string Describe(const vlanxlate::VlanMapping& rule) {
+  return "match " + std::to_string(rule.match.hasOuterVlan) + ":" +
+         Describe(rule.match.outerVlanTag) + " " + std::to_string(rule.match.hasInnerVlan) + ":" +
+         Describe(rule.match.innerVlanTag) + " op " +
+         std::to_string(static_cast<uint32_t>(rule.operation)) + " action " +
+         Describe(rule.action.outerVlanTag) + " " + Describe(rule.action.innerVlanTag);
+}
+
+// The parsed rule in full, or the message it is refused with. The text form that show lags and
+// saved configurations write must read back to the same rule.
 std::string Outcome(const std::string& text) {
   try {
     Arguments args(SplitWords(text));
     const vlanxlate::VlanMapping rule = ParseRule(args);
-    return "match " + std::to_string(rule.match.hasOuterVlan) + ":" +
-           Describe(rule.match.outerVlanTag) + " " + std::to_string(rule.match.hasInnerVlan) + ":" +
-           Describe(rule.match.innerVlanTag) + " op " +
-           std::to_string(static_cast<uint32_t>(rule.operation)) + " action " +
-           Describe(rule.action.outerVlanTag) + " " + Describe(rule.action.innerVlanTag);
+    Arguments written(SplitWords(RuleText(rule)));
+    const std::string reread = Describe(ParseRule(written));
+    return reread == Describe(rule) ? reread : RuleText(rule) + " reads back as " + reread;
   } catch (const ScenarioError& error) {
     return error.what();
   }
@@ -44,6 +51,7 @@ TEST(RuleSyntax, ParsesToTheRuleItNamesOrRefusesNamingThePart) {
       {"match outer 1 add-replace inner 2 outer 3",
        "match 1:1/0/15 0:0/0/15 op 3 action 3/0/15 2/0/15"},
       {"match outer 5 unknown", "match 1:5/0/15 0:0/0/15 op 0 action 0/0/15 0/0/15"},
+      {"unknown inner 7 tpid 0x9100", "match 0:0/0/15 0:0/0/15 op 0 action 0/0/15 7/37120/15"},
       // Raw operation values reach the library as they are, beyond the named ones.
       {"match outer 5 op 7", "match 1:5/0/15 0:0/0/15 op 7 action 0/0/15 0/0/15"},
       {"match outer 4095 prio 0 replace outer 0",

@@ -98,8 +98,10 @@ INSTANTIATE_TEST_SUITE_P(
                 "marks priority-tagged frames"},
         BadLine{"show",
                 "show needs one of: ports, port-vlans, vlans, ingress, egress, lags, "
-                "member-table, trace, fdb, counters"},
+                "member-table, trace, running-config, fdb, counters"},
         BadLine{"show vlans 20-10", "vlan range runs backwards: 20-10"},
+        BadLine{"save /nonexistent/saved.scn",
+                "cannot write /nonexistent/saved.scn: No such file or directory"},
         BadLine{"show ports eth1/7", "unknown interface eth1/7: declare it with 'port'"},
         BadLine{"frame vlan10", "port must be a port: vlan10"},
         BadLine{"frame eth1/1 tagged", "frame must be untagged or tag TPID VLAN PCP: 'tagged'"},
@@ -338,7 +340,7 @@ TEST_F(RunnerTest, HelpExplainsACommandAFamilyAndWrapsTheListToTheWidth) {
             0u);
   EXPECT_NE(out_.str().find("example: addMember vlan10-20 eth1/1 tagged\n"), std::string::npos);
   EXPECT_NE(out_.str().find("usage: show <table> [filter] [--json]\n"), std::string::npos);
-  EXPECT_NE(out_.str().find("tables:\n  ports         per declared port"), std::string::npos);
+  EXPECT_NE(out_.str().find("tables:\n  ports           per declared port"), std::string::npos);
   std::istringstream lines(out_.str());
   for (std::string line; std::getline(lines, line);)
     EXPECT_LE(line.size(), 80u) << line;

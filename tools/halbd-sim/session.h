@@ -17,7 +17,6 @@
 
 #include "hal_bridge_domain_itf.h"
 #include "hal_bridge_port_itf.h"
-#include "library_book.h"
 #include "limid.h"
 #include "record.h"
 #include "live_ports.h"
@@ -55,9 +54,6 @@ class Session {
   HalBridgePortItf& BridgePort() { return *bridgePort_; }
   HalBridgeDomainItf& BridgeDomain() { return *bridgeDomain_; }
   sim::LagOrchestratorSim& LagOrchestrator() { return *lagOrchestrator_; }
-  // What the bridge-port service keeps, as the operations run so far tell.
-  LibraryBook& Book() { return book_; }
-  const LibraryBook& Book() const { return book_; }
   // The ports that have real interfaces, and the forwarding between them.
   LivePorts& Live() { return live_; }
   const LivePorts& Live() const { return live_; }
@@ -163,7 +159,6 @@ class Session {
   HalBridgeDomainItf* bridgeDomain_ = nullptr;
   HalBridgePortItf* bridgePort_ = nullptr;
   std::map<limid_t, DeclaredInterface> declared_;
-  LibraryBook book_;
   LivePorts live_;
   std::optional<sim::FrameWalk> lastWalk_;
   std::map<ClientKey, std::shared_ptr<ClientState>> clients_;

@@ -9,7 +9,9 @@
 
 #include "commands.h"
 #include "hal_bcm_common.h"
+#include "library_books.h"
 #include "line_reader.h"
+#include "rule_syntax.h"
 #include "sim/sim_platform.h"
 #include "table.h"
 
@@ -167,9 +169,10 @@ Table PortTable(const Session& session) {
     if (IsLag(id) || !chipPort)
       continue;
     const sim::PortState& state = sim::chip().Port(*chipPort);
-    const KeptAttributes kept = session.Book().Of(id);
+    const KeptAttributes kept = KeptFor(id);
     table.AddRow({sim::NameOf(id), Hex(static_cast<unsigned>(*declared.gport)), LagOf(session, id),
-                  Admits(state.discardMode), QinQ(state.dtagMode), kept.blocked ? "yes" : "-",
+                  Admits(state.discardMode), QinQ(state.dtagMode),
+                  kept.blocked.value_or(false) ? "yes" : "-",
                   FrameTypeName(kept.frameType.value_or(HAL_BP_ADMIT_ALL_FRAMES)),
                   Tpid(state.outerTpid), Tpid(state.innerTpid), std::to_string(state.untaggedVlan),
                   std::to_string(state.untaggedPriority), DtagMode(state.dtagMode),
@@ -272,10 +275,10 @@ Table EgressTable(const Session& session) {
   return table;
 }
 
-std::string Rules(const std::vector<std::string>& rules) {
+std::string Rules(const std::vector<vlanxlate::VlanMapping>& rules) {
   std::string text;
-  for (const std::string& rule : rules)
-    text += (text.empty() ? "" : "; ") + rule;
+  for (const vlanxlate::VlanMapping& rule : rules)
+    text += (text.empty() ? "" : "; ") + RuleText(rule);
   return text.empty() ? "-" : text;
 }
 
@@ -298,7 +301,7 @@ Table LagTable(const Session& session) {
     std::vector<std::string> members;
     for (const limid_t& member : session.LagMembers(id))
       members.push_back(sim::NameOf(member));
-    const KeptAttributes kept = session.Book().Of(id);
+    const KeptAttributes kept = KeptFor(id);
     table.AddRow({sim::NameOf(id), std::to_string(declared.trunkId),
                   Hex(static_cast<unsigned>(*declared.gport)),
                   sim::common().HasLag(id) ? Join(members) : "(deleted)",

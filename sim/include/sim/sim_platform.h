@@ -180,6 +180,9 @@ class Chip {
   // Whether bcm_vlan_gport_get_all reports members as module gports (as some chips do) rather
   // than local-port gports. Default: local-port gports.
   void SetReportModuleGports(bool module);
+  // The two switches above as they stand.
+  bool PacketPriorityCapable() const;
+  bool ReportsModuleGports() const;
 
   // -- state --
   const PortState& Port(int port) const;

@@ -1,6 +1,7 @@
-// Read access to the bridge-domain service's books for tests.
-#ifndef HALBD_TESTS_SUPPORT_BRIDGE_DOMAIN_INSPECTOR_H
-#define HALBD_TESTS_SUPPORT_BRIDGE_DOMAIN_INSPECTOR_H
+// Read access to the bridge-domain service's books, for the tests and for halbd-sim's views:
+// one seam, so that what a view shows is what the tests assert.
+#ifndef HALBD_SRC_INSPECT_BRIDGE_DOMAIN_INSPECTOR_H
+#define HALBD_SRC_INSPECT_BRIDGE_DOMAIN_INSPECTOR_H
 
 #include "hal_bcm_bridge_domain.h"
 
@@ -15,4 +16,4 @@ struct HalBcmBridgeDomainInspector {
   HalBcmBridgeDomain& s;
 };
 
-#endif  // HALBD_TESTS_SUPPORT_BRIDGE_DOMAIN_INSPECTOR_H
+#endif  // HALBD_SRC_INSPECT_BRIDGE_DOMAIN_INSPECTOR_H

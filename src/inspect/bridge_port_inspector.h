@@ -1,6 +1,7 @@
-// Read access to the bridge-port service's shadow state for tests.
-#ifndef HALBD_TESTS_SUPPORT_BRIDGE_PORT_INSPECTOR_H
-#define HALBD_TESTS_SUPPORT_BRIDGE_PORT_INSPECTOR_H
+// Read access to the bridge-port service's shadow state, for the tests and for halbd-sim's
+// views: one seam, so that what a view shows is what the tests assert.
+#ifndef HALBD_SRC_INSPECT_BRIDGE_PORT_INSPECTOR_H
+#define HALBD_SRC_INSPECT_BRIDGE_PORT_INSPECTOR_H
 
 #include "hal_bcm_bridge_port.h"
 
@@ -20,4 +21,4 @@ struct HalBcmBridgePortInspector {
   HalBcmBridgePort& s;
 };
 
-#endif  // HALBD_TESTS_SUPPORT_BRIDGE_PORT_INSPECTOR_H
+#endif  // HALBD_SRC_INSPECT_BRIDGE_PORT_INSPECTOR_H
