@@ -508,6 +508,7 @@ class Driver {
   // A LAG's first flag in a VLAN and, once added again, the members that took the latest flag.
   struct LagInVlan {
     bool firstFlag = false;
+    // cppcheck-suppress unusedStructMember ; read through the map's entries, which it cannot see
     std::set<limid_t> givenLatestFlag;
   };
   std::map<std::pair<unsigned short, limid_t>, LagInVlan> lagsInVlans_;  // (VLAN, LAG)

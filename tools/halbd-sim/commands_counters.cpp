@@ -16,11 +16,12 @@ namespace {
 const char* const kDropStages[] = {"discard", "ingress-filter", "protocol", "forward", "flood"};
 
 void AddPortRow(Table& table, const std::string& name, const sim::PortCounters& c) {
-  std::vector<std::string> row = {name, std::to_string(c.rxFrames), std::to_string(c.rxBytes),
-                                  std::to_string(c.txFrames), std::to_string(c.txBytes)};
+  const auto count = [](uint64_t n) { return Cell(std::to_string(n), n); };
+  std::vector<Cell> row = {name, count(c.rxFrames), count(c.rxBytes), count(c.txFrames),
+                           count(c.txBytes)};
   for (const char* stage : kDropStages) {
     auto drops = c.drops.find(stage);
-    row.push_back(std::to_string(drops == c.drops.end() ? 0 : drops->second));
+    row.push_back(count(drops == c.drops.end() ? 0 : drops->second));
   }
   table.AddRow(std::move(row));
 }

@@ -345,7 +345,7 @@ TEST_F(RunnerTest, HelpExplainsACommandAFamilyAndWrapsTheListToTheWidth) {
   for (std::string line; std::getline(lines, line);)
     EXPECT_LE(line.size(), 80u) << line;
   // The command line explains a command of two words as the shell does.
-  EXPECT_EQ(OutputOf(std::string(HALBD_SIM_BINARY) + " help show ports"),
+  EXPECT_EQ(OutputOf(std::string(HALBD_SIM_COMMAND) + " help show ports"),
             HelpText({"show", "ports"}, 80));
   EXPECT_NE(HelpText({"show", "ports"}, 80).find("legend:\n"), std::string::npos);
 }
