@@ -27,13 +27,14 @@ template <typename Value>
 Command NumberSetter(const std::string& name, const std::string& valueName,
                      const std::string& summary, int (HalBridgePortItf::*setter)(limid_t, Value),
                      Value (*parse)(const std::string&, const std::string&) = ParseNumber<Value>) {
-  return {name, "<id> <" + valueName + ">", summary,
-          [valueName, setter, parse](const Session& session, Arguments& args) -> Action {
-            const limid_t id = TakeInterface(session, args, "id");
-            const Value value = parse(args.Take(valueName), valueName);
-            args.ExpectEnd();
-            return Operation([=](Session& s) { return Result((s.BridgePort().*setter)(id, value)); });
-          }};
+  return {
+      name, "<id> <" + valueName + ">", summary,
+      [valueName, setter, parse](const Session& session, Arguments& args) -> Action {
+        const limid_t id = TakeInterface(session, args, "id");
+        const Value value = parse(args.Take(valueName), valueName);
+        args.ExpectEnd();
+        return Operation([=](Session& s) { return Result((s.BridgePort().*setter)(id, value)); });
+      }};
 }
 
 Action PrepareAcceptableFrameType(const Session& session, Arguments& args) {
@@ -106,9 +107,9 @@ std::vector<Command> PortCommands() {
       NumberSetter<unsigned short>("SetNativeVlan", "vlan",
                                    "untagged VLAN of a port or LAG (4095: none)",
                                    &HalBridgePortItf::SetNativeVlan),
-      NumberSetter<unsigned char>(
-          "SetPrio4Untagged", "pcp", "priority (0 to 7) given to untagged frames of a port or LAG",
-          &HalBridgePortItf::SetPrio4Untagged, ParsePriority),
+      NumberSetter<unsigned char>("SetPrio4Untagged", "pcp",
+                                  "priority (0 to 7) given to untagged frames of a port or LAG",
+                                  &HalBridgePortItf::SetPrio4Untagged, ParsePriority),
       {"SetVlanQinQ", "<id> <mode>", "Q-in-Q of a port or LAG: disable, enable or a number",
        PrepareQinQ},
       NumberSetter<unsigned short>("SetTpid", "tpid", "outer TPID of a port or LAG",
