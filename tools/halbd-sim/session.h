@@ -18,8 +18,8 @@
 #include "hal_bridge_domain_itf.h"
 #include "hal_bridge_port_itf.h"
 #include "limid.h"
-#include "record.h"
 #include "live_ports.h"
+#include "record.h"
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
 
