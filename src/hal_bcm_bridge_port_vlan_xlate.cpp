@@ -77,9 +77,11 @@ void LogChipPortMiss(ChipPortMiss miss, const char* caller, const limid_t& id, c
 }
 
 // The chip port of id from the gport table, or from the port table when fromPortTable; a miss is
-// logged with the caller's name.
-std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
-                                      bool fromPortTable, const char* caller, ChipPortMiss miss) {
+// logged with the caller's name. Inline, as the key of a rule below: every rule added or deleted
+// runs both, and a call's set-up would be a noticeable part of the library's own work there.
+inline std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
+                                             bool fromPortTable, const char* caller,
+                                             ChipPortMiss miss) {
   try {
     return fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
   } catch (const std::out_of_range& e) {
@@ -124,7 +126,7 @@ struct IngressKey {
 // The entry a rule occupies in the ingress table. A Q-in-Q port sees the customer's tag as its
 // inner tag, so a rule's outer match is looked up as the inner VLAN; only single-tag matches get a
 // real key there, the other combinations go to the SDK with no key and its answer decides.
-IngressKey IngressKeyOf(const VlanMapping& rule, bool qinq) {
+inline IngressKey IngressKeyOf(const VlanMapping& rule, bool qinq) {
   const bool outer = rule.match.hasOuterVlan;
   const bool inner = rule.match.hasInnerVlan;
   const bcm_vlan_t outerVlan = rule.match.outerVlanTag.vlanId;
@@ -324,11 +326,11 @@ int LagClassId(int32_t lagGport, bool prio) {
 }
 
 // The egress class that keys the entries of id: the LAG class for a LAG (shared by its members),
-// else the port's class as the chip holds it.
-std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, bool prio,
-                                 const char* caller) {
+// else the port's class as the chip holds it. Only the LAG class depends on the chip's
+// packet-priority actions, so only a LAG asks for them.
+std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, const char* caller) {
   if (halbd::IsLag(id))
-    return LagClassId(gport, prio);
+    return LagClassId(gport, TakesPacketPriorityActions(unit));
   uint32_t portClass = 0;
   const int rc = bcm_port_class_get(unit, gport, bcmPortClassVlanTranslateEgress, &portClass);
   if (rc < 0) {
@@ -420,7 +422,7 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
   }
   action.flags |= kEgressActionFlag;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, prio, __func__);
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
   if (!portClass)
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
@@ -451,8 +453,7 @@ bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const Vl
     return false;
   const int chipUnit = bcmCommon->unit;
 
-  const std::optional<int> portClass =
-      EgressClassOf(chipUnit, port, *gport, TakesPacketPriorityActions(chipUnit), __func__);
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
   if (!portClass)
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
