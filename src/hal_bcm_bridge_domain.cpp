@@ -434,8 +434,10 @@ int HalBcmBridgeDomain::bcmDelMember(int gport, limid_t bridgeDomain) {
 }
 
 // Always programs the service's own unit. A failure leaves the port where it got to: nothing is
-// rolled back.
-int HalBcmBridgeDomain::addPhysicalPort(int, int gport, unsigned short vlan, bool tagged) {
+// rolled back. Every membership change of a port runs this and its counterpart below; flattened,
+// the replication-group step costs no call of its own.
+[[gnu::flatten]] int HalBcmBridgeDomain::addPhysicalPort(int, int gport, unsigned short vlan,
+                                                         bool tagged) {
   if (addPortToReplicationGroup(unit, gport, vlan) != 0) {
     Hal()->log(kError, "Error adding gport 0x%08X to VLAN %d Replication Group.", Hex(gport), vlan);
     return -1;
@@ -451,7 +453,7 @@ int HalBcmBridgeDomain::addPhysicalPort(int, int gport, unsigned short vlan, boo
 }
 
 // Leaves in the same order as addPhysicalPort joins: replication group first.
-int HalBcmBridgeDomain::delPhysicalPort(int, int gport, unsigned short vlan) {
+[[gnu::flatten]] int HalBcmBridgeDomain::delPhysicalPort(int, int gport, unsigned short vlan) {
   if (delPortFromReplicationGroup(unit, gport, vlan) != 0) {
     Hal()->log(kError, "Error removing gport 0x%08X from VLAN %d Replication Group.", Hex(gport),
                vlan);
