@@ -498,7 +498,10 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
 
 // ---- Rule store ---------------------------------------------------------------------------------
 
-int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
+// Flattened, as the deletion below: the chip step, the port lookup and the store's search and
+// insertion are compiled into the request and cost no calls of their own.
+[[gnu::flatten]] int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage,
+                                                          const VlanMapping& rule) {
   // The chip decides, also for a rule that is already stored; the store changes only when the
   // chip took the rule.
   if (stage == Stage::Ingress) {
@@ -521,8 +524,8 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
   return 0;  // a stage this service has no table for
 }
 
-int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
-                                            const VlanMapping& rule) {
+[[gnu::flatten]] int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
+                                                             const VlanMapping& rule) {
   // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
   // not. A rule that is not stored is not on the chip either, so there is nothing to do.
   if (stage == Stage::Ingress) {
