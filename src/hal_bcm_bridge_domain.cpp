@@ -40,8 +40,10 @@ int Result(bool ok) {
   return ok ? 0 : -1;
 }
 
-// The chip port of an interface, or nothing after logging the miss.
-std::optional<int> LookupPortLogged(const HalBcmCommon& common, limid_t intf) {
+// The chip port of an interface, or nothing after logging the miss. The helpers marked inline
+// run on every membership change, whose own work is a few hundred instructions: the set-up of a
+// call each would be a noticeable part of it.
+inline std::optional<int> LookupPortLogged(const HalBcmCommon& common, limid_t intf) {
   try {
     return common.LookupPort(intf).port;
   } catch (const std::out_of_range&) {
@@ -53,10 +55,22 @@ std::optional<int> LookupPortLogged(const HalBcmCommon& common, limid_t intf) {
 // Erases key from a map if it is there. Erasing by key searches for the range of equal keys (two
 // descents, then a walk over the range); a map holds a key once, so one search does.
 template <typename Map>
-void EraseKey(Map& map, const typename Map::key_type& key) {
+inline void EraseKey(Map& map, const typename Map::key_type& key) {
   const auto entry = map.find(key);
   if (entry != map.end())
     map.erase(entry);
+}
+
+// Inserts value unless its key is already there, whose flag then stays. Configurations are
+// written in ascending order, VLAN after VLAN and port after port, so a key above every stored one
+// is common: tried first, it goes in at the end without a search of the map. Any other key costs
+// one comparison more than a plain insert. True when value was inserted.
+template <typename Map>
+inline std::pair<typename Map::iterator, bool> InsertFromEnd(
+    Map& map, const typename Map::value_type& value) {
+  const size_t before = map.size();
+  const auto entry = map.insert(map.end(), value);
+  return {entry, map.size() != before};
 }
 
 // Applies a chip change to every member port of a LAG and goes on past failures. Only
@@ -77,7 +91,7 @@ bool ForEachMemberPort(const HalBcmCommon& common, const std::set<limid_t>& memb
 // The VLAN's broadcast replication group, or nothing after logging a failed read. It is read
 // from the chip on every call because the module that owns the VLAN may change it; 0 means the
 // VLAN has none.
-std::optional<bcm_multicast_t> ReadBroadcastGroup(int unit, unsigned short vlan) {
+inline std::optional<bcm_multicast_t> ReadBroadcastGroup(int unit, unsigned short vlan) {
   bcm_vlan_control_vlan_t control{};
   const int rc = bcm_vlan_control_vlan_selective_get(
       unit, vlan, BCM_VLAN_CONTROL_VLAN_BROADCAST_GROUP_MASK, &control);
@@ -204,17 +218,17 @@ std::shared_ptr<halswitchbd::VlanOrchestrator> HalBcmBridgeDomain::GetVlanOrches
 // ---- Membership --------------------------------------------------------------------------------
 
 // The VLAN number is decoded once per request and handed down to the chip steps, which the LAG
-// events reach through bcmAddMember and bcmDelMember instead.
-int HalBcmBridgeDomain::addMember(limid_t bridgeDomain, limid_t intf, bool tagged, unsigned int) {
+// events reach through bcmAddMember and bcmDelMember instead. A switch's configuration is made of
+// these two requests by the hundred thousand: flattened, their steps cost no calls of their own.
+[[gnu::flatten]] int HalBcmBridgeDomain::addMember(limid_t bridgeDomain, limid_t intf, bool tagged,
+                                                   unsigned int) {
   const unsigned short vlan = VlanOfBridgeDomain(bridgeDomain);
   const int rc = IsLag(intf) ? addLagMember(bridgeDomain, vlan, intf, tagged)
                              : addPortMember(bridgeDomain, vlan, intf, tagged);
   if (rc != 0)
     return -1;
-  // The shared table reflects the latest request, whereas the books keep the first flag. A plain
-  // insert places a new member where its search ended; operator[] would search, then check the
-  // place again before inserting.
-  const auto [entry, added] = bcmCommon->GetVlanMemberTable()[vlan].insert({intf, tagged});
+  // The shared table reflects the latest request, whereas the books keep the first flag.
+  const auto [entry, added] = InsertFromEnd(bcmCommon->GetVlanMemberTable()[vlan], {intf, tagged});
   if (!added)
     entry->second = tagged;
   vlanOrchestrator->NotifyMemberAddedToVlan(vlan, intf, tagged);
@@ -232,7 +246,7 @@ int HalBcmBridgeDomain::addPortMember(limid_t bridgeDomain, unsigned short vlan,
     _sal_assert("!member_it.inLAG", kAssertFile, kAddAssertLine);
   if (IsLocalPortGport(*gport) && addPhysicalPort(unit, *gport, vlan, tagged) != 0)
     return -1;
-  member_it.bridgeDomains.insert({bridgeDomain, tagged});
+  InsertFromEnd(member_it.bridgeDomains, {bridgeDomain, tagged});
   return 0;
 }
 
@@ -245,11 +259,11 @@ int HalBcmBridgeDomain::addLagMember(limid_t bridgeDomain, unsigned short vlan, 
   // Members already programmed stay on the chip; the books only learn of complete successes.
   if (!ok)
     return -1;
-  lagMembership[lag].insert({bridgeDomain, tagged});
+  InsertFromEnd(lagMembership[lag], {bridgeDomain, tagged});
   return 0;
 }
 
-int HalBcmBridgeDomain::delMember(limid_t bridgeDomain, limid_t intf) {
+[[gnu::flatten]] int HalBcmBridgeDomain::delMember(limid_t bridgeDomain, limid_t intf) {
   const unsigned short vlan = VlanOfBridgeDomain(bridgeDomain);
   // The VLAN's entry is created if missing and kept, even when empty.
   EraseKey(bcmCommon->GetVlanMemberTable()[vlan], intf);
@@ -422,8 +436,10 @@ int HalBcmBridgeDomain::bcmDelMember(int gport, limid_t bridgeDomain) {
 }
 
 // Always programs the service's own unit. A failure leaves the port where it got to: nothing is
-// rolled back.
-int HalBcmBridgeDomain::addPhysicalPort(int, int gport, unsigned short vlan, bool tagged) {
+// rolled back. Every membership change of a port runs this and its counterpart below; flattened,
+// the replication-group step costs no call of its own.
+[[gnu::flatten]] int HalBcmBridgeDomain::addPhysicalPort(int, int gport, unsigned short vlan,
+                                                         bool tagged) {
   if (addPortToReplicationGroup(unit, gport, vlan) != 0) {
     Hal()->log(kError, "Error adding gport 0x%08X to VLAN %d Replication Group.", Hex(gport), vlan);
     return -1;
@@ -439,7 +455,7 @@ int HalBcmBridgeDomain::addPhysicalPort(int, int gport, unsigned short vlan, boo
 }
 
 // Leaves in the same order as addPhysicalPort joins: replication group first.
-int HalBcmBridgeDomain::delPhysicalPort(int, int gport, unsigned short vlan) {
+[[gnu::flatten]] int HalBcmBridgeDomain::delPhysicalPort(int, int gport, unsigned short vlan) {
   if (delPortFromReplicationGroup(unit, gport, vlan) != 0) {
     Hal()->log(kError, "Error removing gport 0x%08X from VLAN %d Replication Group.", Hex(gport),
                vlan);

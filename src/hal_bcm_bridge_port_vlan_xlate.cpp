@@ -77,9 +77,11 @@ void LogChipPortMiss(ChipPortMiss miss, const char* caller, const limid_t& id, c
 }
 
 // The chip port of id from the gport table, or from the port table when fromPortTable; a miss is
-// logged with the caller's name.
-std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
-                                      bool fromPortTable, const char* caller, ChipPortMiss miss) {
+// logged with the caller's name. Inline, as the key of a rule below: every rule added or deleted
+// runs both, and a call's set-up would be a noticeable part of the library's own work there.
+inline std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
+                                             bool fromPortTable, const char* caller,
+                                             ChipPortMiss miss) {
   try {
     return fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
   } catch (const std::out_of_range& e) {
@@ -124,7 +126,7 @@ struct IngressKey {
 // The entry a rule occupies in the ingress table. A Q-in-Q port sees the customer's tag as its
 // inner tag, so a rule's outer match is looked up as the inner VLAN; only single-tag matches get a
 // real key there, the other combinations go to the SDK with no key and its answer decides.
-IngressKey IngressKeyOf(const VlanMapping& rule, bool qinq) {
+inline IngressKey IngressKeyOf(const VlanMapping& rule, bool qinq) {
   const bool outer = rule.match.hasOuterVlan;
   const bool inner = rule.match.hasInnerVlan;
   const bcm_vlan_t outerVlan = rule.match.outerVlanTag.vlanId;
@@ -324,11 +326,11 @@ int LagClassId(int32_t lagGport, bool prio) {
 }
 
 // The egress class that keys the entries of id: the LAG class for a LAG (shared by its members),
-// else the port's class as the chip holds it.
-std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, bool prio,
-                                 const char* caller) {
+// else the port's class as the chip holds it. Only the LAG class depends on the chip's
+// packet-priority actions, so only a LAG asks for them.
+std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, const char* caller) {
   if (halbd::IsLag(id))
-    return LagClassId(gport, prio);
+    return LagClassId(gport, TakesPacketPriorityActions(unit));
   uint32_t portClass = 0;
   const int rc = bcm_port_class_get(unit, gport, bcmPortClassVlanTranslateEgress, &portClass);
   if (rc < 0) {
@@ -420,7 +422,7 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
   }
   action.flags |= kEgressActionFlag;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, prio, __func__);
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
   if (!portClass)
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
@@ -451,8 +453,7 @@ bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const Vl
     return false;
   const int chipUnit = bcmCommon->unit;
 
-  const std::optional<int> portClass =
-      EgressClassOf(chipUnit, port, *gport, TakesPacketPriorityActions(chipUnit), __func__);
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
   if (!portClass)
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
@@ -497,7 +498,10 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
 
 // ---- Rule store ---------------------------------------------------------------------------------
 
-int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
+// Flattened, as the deletion below: the chip step, the port lookup and the store's search and
+// insertion are compiled into the request and cost no calls of their own.
+[[gnu::flatten]] int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage,
+                                                          const VlanMapping& rule) {
   // The chip decides, also for a rule that is already stored; the store changes only when the
   // chip took the rule.
   if (stage == Stage::Ingress) {
@@ -520,8 +524,8 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
   return 0;  // a stage this service has no table for
 }
 
-int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
-                                            const VlanMapping& rule) {
+[[gnu::flatten]] int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
+                                                             const VlanMapping& rule) {
   // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
   // not. A rule that is not stored is not on the chip either, so there is nothing to do.
   if (stage == Stage::Ingress) {

@@ -18,21 +18,10 @@ namespace halbd {
 
 DecodedName::DecodedName(limid_t id) : name_(HalBcmCommon::GetInstance()->DecodeLimId(id)) {}
 
-bool IsLag(limid_t id) {
-  return limid_is_from_type(id, limid_type_lag) != 0;
-}
-
 bool IsLagByTypeCompare(limid_t id) {
   limid_type_t type = 0;
   limid_to_type(id, &type);
   return limid_type_compare(type, limid_type_lag) != 0;
-}
-
-unsigned short VlanOfBridgeDomain(limid_t bridgeDomain) {
-  uint32_t domainKind = 0;
-  uint32_t vlan = 0;
-  limid_to_bridgedomain_components(bridgeDomain, &domainKind, &vlan);
-  return static_cast<unsigned short>(vlan & 0xffff);
 }
 
 }  // namespace halbd

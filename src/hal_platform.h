@@ -35,15 +35,23 @@ class DecodedName {
   std::unique_ptr<char[]> name_;
 };
 
-// The LAG test by kind: limid_is_from_type with the LAG kind.
-bool IsLag(limid_t id);
+// The LAG test by kind: limid_is_from_type with the LAG kind. Inline, as the bridge-domain
+// decoding below: both run on every membership change and rule, for the price of a call.
+inline bool IsLag(limid_t id) {
+  return limid_is_from_type(id, limid_type_lag) != 0;
+}
 
 // The LAG test by comparing kinds: limid_to_type, then limid_type_compare with the LAG kind.
 // Both tests agree; callers use the one their operation is defined with.
 bool IsLagByTypeCompare(limid_t id);
 
 // The VLAN number of a bridge-domain identifier.
-unsigned short VlanOfBridgeDomain(limid_t bridgeDomain);
+inline unsigned short VlanOfBridgeDomain(limid_t bridgeDomain) {
+  uint32_t domainKind = 0;
+  uint32_t vlan = 0;
+  limid_to_bridgedomain_components(bridgeDomain, &domainKind, &vlan);
+  return static_cast<unsigned short>(vlan & 0xffff);
+}
 
 // ---- SDK gport encoding ----------------------------------------------------------------------
 
