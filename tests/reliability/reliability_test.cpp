@@ -70,10 +70,11 @@ TEST(FaultSweep, EveryFailingChipCallIsReportedAndBooksAndChipStayInStep) {
   EXPECT_THAT(failures, IsEmpty());
 }
 
-// The corpus and every input that once broke a check (regressions/) run clean as they are.
+// The corpus, every input that once broke a check (regressions/) and the inputs that take the
+// fuzzer to deep states (seeds/) run clean as they are.
 TEST(FuzzCorpus, SeedsAndFormerCrashInputsRunClean) {
   size_t inputs = 0, ops = 0;
-  for (const char* dir : {"corpus", "regressions"}) {
+  for (const char* dir : {"corpus", "regressions", "seeds"}) {
     for (const auto& entry : fs::directory_iterator(fs::path(HALBD_FUZZ_DIR) / dir)) {
       const std::vector<Op> decoded = Read(entry.path());
       EXPECT_THAT(RunOps(decoded).violations, IsEmpty()) << entry.path();

@@ -99,7 +99,8 @@ capture_frames() {
 }
 
 # The model fuzzer: only the library carries the coverage instrumentation, so its edges are the
-# library's; its seeds are the sweep's scenarios and the regression inputs (faults, bad values).
+# library's; its seeds are the sweep's scenarios, the regression inputs (faults, bad values) and
+# the inputs that reach deep states at once (seeds/).
 # The tool's fuzzers count the library's edges and halbd-sim's, and are seeded from the examples.
 phase_fuzz() {
   shopt -s nullglob  # a regression directory may be empty
@@ -108,7 +109,7 @@ phase_fuzz() {
   cmake --build build-fuzz -j"$jobs" --target halbd_model_fuzzer halbd_scenario_fuzzer \
     halbd_hex_fuzzer halbd_capture_fuzzer
   local fuzz=tests/reliability/fuzz frames=build-fuzz/hex-seeds
-  run_fuzzer model "$fuzz_seconds" 256 $fuzz/corpus/* $fuzz/regressions/*
+  run_fuzzer model "$fuzz_seconds" 256 $fuzz/corpus/* $fuzz/regressions/* $fuzz/seeds/*
   run_fuzzer scenario "$tool_seconds" 4096 examples/*.scn examples/pitfalls/*.scn \
     $fuzz/tool-regressions/scenario/*
   mkdir -p "$frames"

@@ -28,18 +28,22 @@ const T& Pick(const T (&table)[N], uint8_t index) {
   return table[index % N];
 }
 
-// eth1/5 is on another module of the stack, eth1/9 and lag9 are unknown, VLAN 30 has no
-// replication group and VLAN 4000 is not on the chip.
-// In the order of the Interface enumeration.
+// eth1/5 is on another module of the stack, eth1/9 and lag9 are unknown, eth1/6 is in the gport
+// table only, eth1/7 sits on a chip port below the others', VLANs 30 and 4095 have no replication
+// group and VLAN 4000 is not on the chip.
+// In the order of the Interface enumeration, with the chip port of each local gport.
 // clang-format off
 const limid_t kInterfaces[] = {
     sim::EthernetPort(1, 1), sim::EthernetPort(1, 2), sim::EthernetPort(1, 3),
     sim::EthernetPort(1, 4), sim::EthernetPort(1, 5), sim::EthernetPort(1, 9),
-    sim::Lag(1),             sim::Lag(2),             sim::Lag(9)};
+    sim::Lag(1),             sim::Lag(2),             sim::Lag(9),
+    sim::EthernetPort(1, 6), sim::Lag(3),             sim::EthernetPort(1, 7)};
+const int kChipPorts[] = {1, 2, 3, 4, -1, -1, -1, -1, -1, 6, -1, 0};
 // clang-format on
-const limid_t kLags[] = {sim::Lag(1), sim::Lag(2)};
-const int kTrunkIds[] = {5, 6};
-const unsigned short kVlans[] = {10, 20, 30, 4000}, kNativeVlans[] = {10, 20, 0, 4095, 4096};
+const limid_t kLags[] = {sim::Lag(1), sim::Lag(2), sim::Lag(3)};
+const int kTrunkIds[] = {5, 6, 0};
+const unsigned short kVlans[] = {10, 20, 30, 4000, 1, 4095};
+const unsigned short kNativeVlans[] = {10, 20, 0, 4095, 4096};
 const unsigned short kTpids[] = {0x88a8, 0x8100, 0x9100};
 const unsigned char kPcps[] = {3, 0, 7, 8};
 const int kQinQModes[] = {HAL_BP_QINQ_ENABLE, HAL_BP_QINQ_DISABLE, 2};
@@ -50,9 +54,22 @@ const int kPropValues[] = {HAL_VLAN_PROP_DHCP_TO_CPU, HAL_VLAN_PROP_DHCP_DROP, 5
 const vlanxlate::Stage kStages[] = {vlanxlate::Stage::Ingress, vlanxlate::Stage::Egress,
                                     vlanxlate::Stage(2)};
 const char* const kClients[] = {"hal-stlp", "hal-stlp ", "HAL-STLP"};
-// VLAN orchestrator clients, in both orders of priority and name.
-const std::pair<unsigned, const char*> kVlanClients[] = {{10, "igmp"}, {200, "dhcp"}, {10, "lldp"}};
-// Match, operation, action; the eighth rule has the first one's entry with another action.
+// VLAN orchestrator clients, in both orders of priority and name; names that share a prefix, an
+// empty one and one too long to sit inside a string object.
+const std::pair<unsigned, const char*> kVlanClients[] = {
+    {10, "igmp"}, {200, "dhcp"},  {10, "lldp"}, {10, "igmp-snooping-querier"},
+    {0, ""},      {200, "dhcp6"}, {~0u, "lldp"}};
+// Identification words of chip kinds (type, packet-priority word, family flags), and whether their
+// translation tables take packet-priority actions: the top of the LAG classes follows.
+struct ChipKind {
+  uint32_t type, xlatePktPrio, familyFlags;
+  bool packetPriority;
+};
+const ChipKind kChipKinds[] = {{0, 1, 0, true},           {47, 0, 0, false},   {0, 0, 0x20, false},
+                               {0, 0, 0x20000000, false}, {47, 1, 0x20, true}, {0, 0, 0, true}};
+int lagClassTop = 127;  // 63 on a chip without packet-priority actions
+// Match, operation, action; the eighth rule has the first one's entry with another action, the
+// tenth to twelfth differ from the first in one field each.
 const VlanMapping kRules[] = {
     {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {}}},
     {{true, {101, 0x8100, 15}, false, {}}, Operation::Add, {{201, 0, 5}, {}}},
@@ -63,13 +80,20 @@ const VlanMapping kRules[] = {
     {{true, {106, 0x8100, 15}, false, {}}, Operation(7), {{206, 0, 15}, {}}},
     {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{300, 0, 15}, {}}},
     {{true, {107, 0x8100, 15}, false, {}}, Operation::Replace, {{207, 0x88a8, 3}, {}}},
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 4}, {}}},
+    {{true, {100, 0x9100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {}}},
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Add, {{200, 0, 15}, {}}},
+    {{false, {}, false, {}}, Operation::Replace, {{208, 0, 15}, {}}},
+    {{true, {109, 0x8100, 15}, true, {19, 0, 15}}, Operation(4), {{209, 0, 6}, {0, 0, 5}}},
+    {{true, {110, 0x8100, 15}, false, {}}, Operation::AddReplace, {{210, 0, 15}, {0, 0x8100, 1}}},
+    {{false, {}, true, {111, 0, 15}}, Operation::Add, {{211, 0x88a8, 15}, {}}},
 };
 
 std::string OpName(uint8_t kind) {
   std::istringstream names(
       "add-member del-member del-all-members is-member get-members add-property remove-property "
       "native-vlan prio qinq tpid inner-tpid frame-type block add-rule delete-rule create-lag join "
-      "leave delete-lag fault list-members register-client deregister-client chip-mode");
+      "leave delete-lag fault list-members register-client deregister-client chip-mode log-throws");
   const std::vector<std::string> all{std::istream_iterator<std::string>(names), {}};
   return all[kind % all.size()];
 }
@@ -81,9 +105,9 @@ struct Arg {  // an argument read as an interface, a LAG, a VLAN or a rule
   static const VlanMapping& Rule(uint8_t i) { return Pick(kRules, i); }
 };
 
-int LocalPortOf(limid_t port) {  // chip port of eth1/1..eth1/4, -1 for the others
-  const auto at = std::find(kInterfaces, kInterfaces + 4, port);
-  return at == kInterfaces + 4 ? -1 : static_cast<int>(at - kInterfaces) + 1;
+int LocalPortOf(limid_t port) {  // the chip port of an interface with a local gport, else -1
+  const auto at = std::find(std::begin(kInterfaces), std::end(kInterfaces), port);
+  return at == std::end(kInterfaces) ? -1 : kChipPorts[at - std::begin(kInterfaces)];
 }
 
 std::set<limid_t> LagMembers(limid_t lag) {
@@ -157,7 +181,7 @@ int Call(const Op& op) {
       sim::common().AddLag(lag, Pick(kTrunkIds, op.a));
       return Handled(Lags()->CreateLag(lag));
     case kJoinLag:
-      if (!lagKnown || memberLag || (LocalPortOf(member) < 0 && op.b % 9 != kRemotePort))
+      if (!lagKnown || memberLag || (LocalPortOf(member) < 0 && member != kInterfaces[kRemotePort]))
         return kSkipped;
       return Handled(Lags()->AddMember(lag, member));
     case kLeaveLag:
@@ -170,7 +194,13 @@ int Call(const Op& op) {
            [c = op.c](auto&, auto&) { return (c & 2) == 0; }});
       return 0;
     case kDeregisterClient: return domain.GetVlanOrchestrator()->DeregisterClient(priority, client), 0;
-    case kChipMode: return sim::chip().SetReportModuleGports(op.c % 2), 0;
+    case kChipMode:  // the chip's kind is fixed once the library has called it
+      if (sim::chip().Trace().empty()) {
+        const ChipKind& kind = Pick(kChipKinds, op.b);
+        sim::chip().SetControlWords(kind.type, kind.xlatePktPrio, kind.familyFlags);
+        lagClassTop = kind.packetPriority ? 127 : 63;
+      }
+      return sim::chip().SetReportModuleGports(op.c % 2), 0;
     default: return kSkipped;  // a fault: the driver arms it
   }
   // clang-format on
@@ -190,13 +220,15 @@ int Apply(const Op& op) {
 // A clean platform holding the universe, and empty books under both services.
 void Reset() {
   sim::Reset();
-  for (int p = 1; p <= 4; ++p)
-    sim::common().AddPort(kInterfaces[p - 1], sim::LocalGport(p));
+  lagClassTop = 127;
+  for (const Interface port : {P1, P2, P3, P4, P7})
+    sim::common().AddPort(kInterfaces[port], sim::LocalGport(kChipPorts[port]));
   sim::common().AddPort(kInterfaces[kRemotePort], sim::ModuleGport(1, 5));
-  sim::common().AddLag(kLags[0], kTrunkIds[0]);
-  sim::common().AddLag(kLags[1], kTrunkIds[1]);
-  for (const unsigned short vlan : {10, 20, 30})
-    sim::chip().CreateVlan(vlan, vlan != 30);
+  sim::common().AddGportOnly(kInterfaces[kGportOnly], sim::LocalGport(kChipPorts[kGportOnly]));
+  for (size_t lag = 0; lag < std::size(kLags); ++lag)
+    sim::common().AddLag(kLags[lag], kTrunkIds[lag]);
+  for (const unsigned short vlan : {10, 20, 30, 1, 4095})
+    sim::chip().CreateVlan(vlan, vlan != 30 && vlan != 4095);
   ClearServiceBooks();
 }
 
@@ -242,12 +274,12 @@ sim::IngressKey IngressKeyOf(limid_t id, const VlanMapping& rule, bool qinq) {
           inner ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
 }
 
-// The egress entry of a rule: the interface's class (a LAG's counts down from 127 on a chip with
-// packet-priority actions, as this one is) and the matched VLANs.
+// The egress entry of a rule: the interface's class (a LAG's counts down from the top of the chip's
+// kind) and the matched VLANs.
 sim::EgressKey EgressKeyOf(limid_t id, const VlanMapping& rule) {
   const int port = LocalPortOf(id), owner = ChipOwner(id);
-  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : 127 - owner)
-                        : port > 0       ? static_cast<int>(sim::chip().Port(port).egressClass)
+  const int portClass = halbd::IsLag(id) ? (owner < 0 ? -1 : lagClassTop - owner)
+                        : port >= 0      ? static_cast<int>(sim::chip().Port(port).egressClass)
                                          : -1;
   const sim::IngressKey key = IngressKeyOf(id, rule, false);
   return {portClass, key.outerVlan, key.innerVlan};
@@ -286,6 +318,10 @@ class Driver {
         sim::chip().FailNext(armed_->function, 1, armed_->rc);
       return;
     }
+    if (kind == kLogThrows) {
+      logThrows_ = true;
+      return sim::halLog().ThrowOnNextMessage();
+    }
     const size_t firstCall = trace.size(), assertions = sim::Assertions().size();
     const size_t firstRecord = sim::halLog().Records().size();
     // SetTpid, SetAcceptableFrameType and addMember pass an unknown LAG's out_of_range on.
@@ -308,25 +344,25 @@ class Driver {
       record =
           again ? LagInVlan{record.firstFlag, LagMembers(member)} : LagInVlan{op.c % 2 != 0, {}};
     }
-    for (auto& [key, record] : lagsInVlans_)
-      if (kind == kLeaveLag)
-        record.givenLatestFlag.erase(member);
 
     const int rc = Apply(op);
     const std::vector<sim::LogRecord> log(sim::halLog().Records().begin() + firstRecord,
                                           sim::halLog().Records().end());
     bool hit = planned_ && planned_->callIndex >= firstCall && planned_->callIndex < trace.size();
+    const bool threw = logThrows_ && !log.empty();  // the step's first message threw
+    logThrows_ &= log.empty();
     result_.allSucceeded &= rc == 0;
     for (auto call = trace.begin() + firstCall; call != trace.end(); ++call)
       hit |= armed_ && call->function == armed_->function;
     const std::string what = Describe(op) + "): ";
-    Expect((rc > kSkipped) == passesException, what + "an exception reached the caller, or not");
-    Expect(rc != kThrewOther, what + "an exception other than std::out_of_range escaped");
+    Expect((rc > kSkipped) == (passesException || threw),
+           what + "an exception reached the caller, or not");
+    Expect(rc != kThrewOther || threw, what + "an exception other than std::out_of_range escaped");
     Expect(rc != -1 || !log.empty(), what + "failed without a log line");
     Expect(rc != -1 || kind < kAddRule || kind > kDeleteRule || IsStored(op) == stored,
            what + "a refused rule operation changed the store");
     if (hit)
-      CheckFault(what, kind, rc == -1, log, armed_ ? *armed_ : *planned_, !armed_);
+      CheckFault(what, kind, rc == -1 || threw, log, armed_ ? *armed_ : *planned_, !armed_);
     if (std::exchange(armed_, std::nullopt))
       sim::chip().ClearFaults();
     if (rc == 0 && !hit && exact_)
@@ -337,9 +373,9 @@ class Driver {
     const bool logged = std::any_of(log.begin(), log.end(), [](const sim::LogRecord& r) {
       return r.isError || r.levelOrCode < 6;
     });
-    exact_ &= !hit && rc != -1 && !logged && sim::Assertions().size() == assertions &&
+    exact_ &= !hit && rc != -1 && !threw && !logged && sim::Assertions().size() == assertions &&
               !(kind <= kDelMember && LagOf(member));
-    if (rc != kSkipped)
+    if (rc <= 0)
       Learn(kind, op);
     if (!exact_)
       return;
@@ -401,6 +437,9 @@ class Driver {
       offChip_.insert(kind == kJoinLag ? Arg::Interface(op.b) : Arg::Lag(op.a));
     if (kind == kDelAllMembers)
       vlansCleared_.insert(Arg::Vlan(op.a));
+    for (auto& [key, record] : lagsInVlans_)
+      if (kind == kLeaveLag)
+        record.givenLatestFlag.erase(Arg::Interface(op.b));
     if (kind == kSetTpid)
       tpids_[Arg::Interface(op.a)] = Pick(kTpids, op.b);
     if (kind == kDeleteLag)  // a deleted LAG forgets its TPID
@@ -460,7 +499,7 @@ class Driver {
         Expect(booked.count({vlan, id}) || offChip_.count(id), what + "listed in the table only");
       }
     }
-    for (const unsigned short vlan : {10, 20, 30}) {
+    for (const unsigned short vlan : sim::chip().Vlans()) {
       std::set<std::pair<bcm_gport_t, bcm_if_t>> replicated;
       for (const auto& [port, untagged] : sim::chip().Vlan(vlan).members) {
         if (!vlansCleared_.count(vlan))
@@ -482,7 +521,7 @@ class Driver {
         const bool taggedOnChip = firstFlag           ? lag->second.firstFlag
                                   : shared.count(key) ? shared[key]
                                                       : tagged;
-        if (LocalPortOf(port) > 0 && !vlansCleared_.count(key.first))
+        if (LocalPortOf(port) >= 0 && !vlansCleared_.count(key.first))
           expected[{key.first, LocalPortOf(port)}] = !taggedOnChip;
       }
     }
@@ -495,6 +534,9 @@ class Driver {
                what + sim::NameOf(member) + " has another TPID than its LAG");
       }
     }
+    for (const limid_t& id : kInterfaces)  // the exported accessor answers what was asked for
+      Expect(GetTpid(id) == (tpids_.count(id) ? tpids_.at(id) : 0x8100),
+             what + sim::NameOf(id) + " answers another TPID than the one asked for");
   }
 
   const std::optional<Injection> planned_;
@@ -503,6 +545,7 @@ class Driver {
   size_t step_ = 0;
   bool faultHit_ = false;
   bool exact_ = true;          // nothing failed: the chip holds exactly what the books say
+  bool logThrows_ = false;     // the log's next message throws
   std::set<limid_t> offChip_;  // ports that joined a LAG, deleted LAGs
   std::set<unsigned short> vlansCleared_;
   // A LAG's first flag in a VLAN and, once added again, the members that took the latest flag.

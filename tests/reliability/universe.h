@@ -23,14 +23,18 @@ enum OpKind : uint8_t {
   kDeleteRule, kCreateLag, kJoinLag, kLeaveLag, kDeleteLag,
   kFault,  // the next operation's first call of an SDK function fails with a code
   kListMembers, kRegisterClient, kDeregisterClient,
-  kChipMode,  // the chip reports VLAN members as module gports, or not
+  kChipMode,  // the chip reports VLAN members as module gports, or not; before any call, its kind
+  kLogThrows,  // the HAL's logging callback throws on its next message
   kOpKindCount
+};
+// eth1/6 (kGportOnly) is in the gport table, not in the port table.
+enum Interface : uint8_t {
+  P1, P2, P3, P4, kRemotePort, kUnknownPort, L1, L2, kUnknownLag, kGportOnly, L3, P7
 };
 // clang-format on
 struct Op {
   uint8_t kind, a = 0, b = 0, c = 0;
 };
-enum Interface : uint8_t { P1, P2, P3, P4, kRemotePort, kUnknownPort, L1, L2, kUnknownLag };
 
 // A generic failure, the code that some paths take as "nothing there", one beyond the SDK's texts.
 inline constexpr int kFaultCodes[] = {-1, -7, -25};
