@@ -10,7 +10,9 @@
 #   - a blocked port carries nothing, and carries again once unblocked;
 #   - the LAG still carries its host's traffic after a member leaves.
 # Needs root (or CAP_NET_ADMIN and /dev/net/tun), iproute2, iputils-ping, tcpdump and Debian's
-# python3-scapy. Everything it makes (namespaces, interfaces, files) is removed at the end.
+# python3-scapy (the live group of packages.txt): run from the source tree without an argument,
+# it installs what is missing and builds halbd-sim first. Everything it makes (namespaces,
+# interfaces, files) is removed at the end.
 #
 #   examples/live/run.sh [HALBD_SIM]      (default: build/tools/halbd-sim, then halbd-sim on PATH)
 #
@@ -19,9 +21,18 @@
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 sim=${1:-}
-if [ -z "$sim" ]; then
-  sim=$here/../../build/tools/halbd-sim
-  [ -x "$sim" ] || sim=$(command -v halbd-sim || true)
+tree=$here/../..
+if [ -z "$sim" ] && [ -x "$tree/scripts/install-packages.sh" ]; then
+  # Run from the source tree, as a newcomer does: install what is missing (as run-example.sh does)
+  # and build halbd-sim, build output on standard error.
+  "$tree/scripts/install-packages.sh" build live || exit 1
+  if [ ! -f "$tree/build/build.ninja" ]; then
+    cmake -S "$tree" -B "$tree/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >&2 || exit 1
+  fi
+  cmake --build "$tree/build" --target halbd-sim >&2 || exit 1
+  sim=$tree/build/tools/halbd-sim
+elif [ -z "$sim" ]; then
+  sim=$(command -v halbd-sim || true)
 fi
 what=live
 hosts=(a10 b10 a20 b20 lag trunk pe core cpu)
