@@ -73,6 +73,9 @@ done
 ip -n "${ns}lag" link set br0 up
 address lag 198.51.100.13 br0
 sim_do "show ports"
+# show ports names each port's interface and namespace, the CPU's last.
+check "show ports: eth1/1 is hbd-eth1-1 in a10" grep -qE "^  eth1/1 .* hbd-eth1-1 +${ns}a10$" "$log"
+check "show ports: the CPU is hbd-cpu in cpu" grep -qE "^  cpu .* hbd-cpu +${ns}cpu$" "$log"
 
 # ---- VLANs -------------------------------------------------------------------------------------
 check "VLAN 10: a10 pings b10" reach a10 198.51.100.12

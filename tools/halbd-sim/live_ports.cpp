@@ -219,6 +219,16 @@ Table LivePorts::WithInterfaces(const Table& ports) const {
     const TapDevice* tap = tapOf(row);
     return tap && !tap->Netns().empty() ? Cell(tap->Netns()) : Cell("-", nullptr);
   });
+  // The CPU port is no port of the library's, but its interface is listed with the others, last.
+  const auto cpu = ports_.find(kCpuPort);
+  if (cpu != ports_.end()) {
+    std::vector<Cell> row(withInterfaces.Columns().size() - 2, Cell("-", nullptr));
+    row.front() = Cell("cpu");
+    const TapDevice& tap = *cpu->second.tap;
+    row.emplace_back(tap.Name());
+    row.push_back(tap.Netns().empty() ? Cell("-", nullptr) : Cell(tap.Netns()));
+    withInterfaces.AddRow(std::move(row));
+  }
   return withInterfaces;
 }
 
