@@ -1,5 +1,7 @@
 // VLAN translation rules of the bridge-port service: their programming into the chip's ingress and
 // egress translation tables, the egress class IDs of LAG members and the per-interface rule store.
+#include <cstddef>
+#include <cstring>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -108,11 +110,88 @@ void LogRefusedEgressRule(const VlanMapping& rule) {
   Hal()->log(kLogInfo, "VLAN translate rule:\n%s", text.c_str());
 }
 
-// The rules stored for id, or null when it has none.
-std::set<VlanMapping>* StoredRules(std::map<limid_t, std::set<VlanMapping>>& store,
-                                   const limid_t& id) {
+// A deletion of a rule that is not stored, and so not on the chip either.
+void LogSkippedDeletion(Stage stage, const VlanMapping& rule) {
+  const std::string text = Rendered(rule);
+  if (stage == Stage::Ingress)
+    Hal()->log(kLogInfo, "Skipping deletion of already inexistent ingress VLAN translate rule:\n%s",
+               text.c_str());
+  else
+    Hal()->log(kLogInfo, "Skipping deletion of already inexistent egress VLAN translate rule:\n%s",
+               text.c_str());
+}
+
+// ---- Rule identity ------------------------------------------------------------------------------
+
+// Which bytes of a rule hold its fields (0xff) and which are the padding between them (0), whose
+// contents are whatever the rule's construction left there.
+struct RuleBytes {
+  unsigned char byte[sizeof(VlanMapping)] = {};
+
+  constexpr void Mark(size_t offset, size_t size) {
+    for (size_t i = 0; i < size; ++i)
+      byte[offset + i] = 0xff;
+  }
+  constexpr void MarkTag(size_t offset) {
+    Mark(offset + offsetof(VlanTag, vlanId), sizeof(VlanTag::vlanId));
+    Mark(offset + offsetof(VlanTag, tpid), sizeof(VlanTag::tpid));
+    Mark(offset + offsetof(VlanTag, priority), sizeof(VlanTag::priority));
+  }
+};
+
+constexpr RuleBytes FieldBytes() {
+  constexpr size_t match = offsetof(VlanMapping, match);
+  constexpr size_t action = offsetof(VlanMapping, action);
+  RuleBytes bytes;
+  bytes.Mark(match + offsetof(vlanxlate::VlanMatch, hasOuterVlan), sizeof(bool));
+  bytes.MarkTag(match + offsetof(vlanxlate::VlanMatch, outerVlanTag));
+  bytes.Mark(match + offsetof(vlanxlate::VlanMatch, hasInnerVlan), sizeof(bool));
+  bytes.MarkTag(match + offsetof(vlanxlate::VlanMatch, innerVlanTag));
+  bytes.Mark(offsetof(VlanMapping, operation), sizeof(Operation));
+  bytes.MarkTag(action + offsetof(vlanxlate::VlanAction, outerVlanTag));
+  bytes.MarkTag(action + offsetof(vlanxlate::VlanAction, innerVlanTag));
+  return bytes;
+}
+
+constexpr RuleBytes kFieldBytes = FieldBytes();
+constexpr size_t kRuleWords = sizeof(VlanMapping) / sizeof(uint64_t);
+static_assert(sizeof(VlanMapping) % sizeof(uint64_t) == 0, "a rule is compared in whole words");
+
+// Whether two rules are the same rule: every field equal, which is what the rule order, comparing
+// every field, holds equivalent. The order has to take the fields one at a time, three
+// instructions each when they are equal; equality does not, so the rules' bytes are compared a
+// word at a time with the padding masked out.
+inline bool SameRule(const VlanMapping& a, const VlanMapping& b) {
+  uint64_t wordsOfA[kRuleWords];
+  uint64_t wordsOfB[kRuleWords];
+  uint64_t fieldMask[kRuleWords];
+  std::memcpy(wordsOfA, &a, sizeof wordsOfA);
+  std::memcpy(wordsOfB, &b, sizeof wordsOfB);
+  std::memcpy(fieldMask, kFieldBytes.byte, sizeof fieldMask);
+  uint64_t differing = 0;
+  for (size_t word = 0; word < kRuleWords; ++word)
+    differing |= (wordsOfA[word] ^ wordsOfB[word]) & fieldMask[word];
+  return differing == 0;
+}
+
+// Where a rule is stored for an interface: its interface's set and its position there.
+struct StoredRule {
+  std::set<VlanMapping>* rules = nullptr;  // null when the rule is not stored
+  std::set<VlanMapping>::iterator position;
+};
+
+// One descent of the interface's set, to the first rule that does not order before the one sought:
+// that is the rule if it is stored.
+inline StoredRule FindStoredRule(std::map<limid_t, std::set<VlanMapping>>& store, const limid_t& id,
+                                 const VlanMapping& rule) {
   auto entry = store.find(id);
-  return entry == store.end() ? nullptr : &entry->second;
+  if (entry == store.end())
+    return {};
+  std::set<VlanMapping>& rules = entry->second;
+  const auto position = rules.lower_bound(rule);
+  if (position == rules.end() || !SameRule(*position, rule))
+    return {};
+  return {&rules, position};
 }
 
 // ---- Ingress ------------------------------------------------------------------------------------
@@ -529,14 +608,9 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
   // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
   // not. A rule that is not stored is not on the chip either, so there is nothing to do.
   if (stage == Stage::Ingress) {
-    // One search finds the rule and the place to erase it from.
-    std::set<VlanMapping>* rules = StoredRules(ingressVlanMappings, id);
-    const auto stored = rules != nullptr ? rules->find(rule) : std::set<VlanMapping>::iterator{};
-    if (rules == nullptr || stored == rules->end()) {
-      const std::string text = Rendered(rule);
-      Hal()->log(kLogInfo,
-                 "Skipping deletion of already inexistent ingress VLAN translate rule:\n%s",
-                 text.c_str());
+    const StoredRule stored = FindStoredRule(ingressVlanMappings, id, rule);
+    if (stored.rules == nullptr) {
+      LogSkippedDeletion(stage, rule);
       return 0;
     }
     const bool qinq = qinqPorts.count(id) != 0;
@@ -544,25 +618,20 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
       LogRefusedIngressRule(rule, qinq);
       return -1;
     }
-    rules->erase(stored);
+    stored.rules->erase(stored.position);
     return 0;
   }
   if (stage == Stage::Egress) {
-    // One search finds the rule and the place to erase it from.
-    std::set<VlanMapping>* rules = StoredRules(egressVlanMappings, id);
-    const auto stored = rules != nullptr ? rules->find(rule) : std::set<VlanMapping>::iterator{};
-    if (rules == nullptr || stored == rules->end()) {
-      const std::string text = Rendered(rule);
-      Hal()->log(kLogInfo,
-                 "Skipping deletion of already inexistent egress VLAN translate rule:\n%s",
-                 text.c_str());
+    const StoredRule stored = FindStoredRule(egressVlanMappings, id, rule);
+    if (stored.rules == nullptr) {
+      LogSkippedDeletion(stage, rule);
       return 0;
     }
     if (!RemoveEgressVlanMappingRule(id, rule, false)) {
       LogRefusedEgressRule(rule);
       return -1;
     }
-    rules->erase(stored);
+    stored.rules->erase(stored.position);
     return 0;
   }
   return 0;

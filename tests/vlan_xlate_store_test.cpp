@@ -167,6 +167,25 @@ TEST_F(RuleStore, RulesAreStoredAndDroppedOnlyAfterTheChipDidSo) {
   EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
 }
 
+// A deletion tells rules apart as the rule order does: a rule one bit off in any byte of the
+// stored one, either of the two being the one stored, is found (and goes to the chip) exactly when
+// the order holds them equivalent, the bit being padding.
+TEST_F(RuleStore, DeletionTellsRulesApartAsTheirOrderDoes) {
+  for (const StageCase& c : kStages) {
+    for (size_t byte = 0; byte < sizeof(VlanMapping); ++byte) {
+      VlanMapping off = rule;
+      reinterpret_cast<unsigned char*>(&off)[byte] ^= 1;
+      const bool same = !(off < rule) && !(rule < off);
+      for (const auto& [stored, sought] : {std::pair{rule, off}, std::pair{off, rule}}) {
+        Stored(c.stage) = {stored};
+        ClearRecords();
+        EXPECT_EQ(Delete(c.stage, sought) == 0 && Trace().empty(), !same)
+            << c.table << " byte " << byte;
+      }
+    }
+  }
+}
+
 // Each stored ingress rule is removed under the old key layout before it is installed under the
 // new one; egress entries do not depend on Q-in-Q.
 TEST_F(RuleStore, QinqChangeMovesEachStoredIngressRuleToTheNewLayoutInSetOrder) {
