@@ -113,12 +113,14 @@ inline bool LessAfterWord0(const VlanMapping& a, const VlanMapping& b) {
 
 // Rules order lexicographically over every field, absent tags included: rules are looked up by
 // exact value, so two rules that differ only in an unused field are distinct entries.
+// The first word is tested as "below, or equal and the rest below" rather than as "if they differ,
+// whether below": in the second form the compiler merges the word's result with the rest's and
+// makes each step of a tree search load and select between both children (19 instructions a step
+// in a rule deletion's search, against 9 to 11 in this form).
 inline bool operator<(const VlanMapping& a, const VlanMapping& b) {
   const uint32_t a0 = order::Word0(a);
   const uint32_t b0 = order::Word0(b);
-  if (a0 != b0)
-    return a0 < b0;
-  return order::LessAfterWord0(a, b);
+  return a0 < b0 || (a0 == b0 && order::LessAfterWord0(a, b));
 }
 
 // The printed name of an operation; every value from Invalid upwards prints as "Invalid".
