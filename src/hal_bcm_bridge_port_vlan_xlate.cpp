@@ -141,6 +141,8 @@ struct RuleBytes {
   }
 };
 
+// The fields that the rule order compares, all of them: a field added to the rule goes here as
+// well as into the order. A flag is one byte, 0 or 1, so equal bytes are equal values throughout.
 constexpr RuleBytes FieldBytes() {
   constexpr size_t match = offsetof(VlanMapping, match);
   constexpr size_t action = offsetof(VlanMapping, action);
