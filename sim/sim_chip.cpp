@@ -36,6 +36,20 @@ const char* _shr_errmsg[SHR_ERRMSG_COUNT] = {
 }  // extern "C"
 
 namespace sim {
+
+std::optional<int> ChipPortOfGport(int gport) {
+  const uint32_t type = static_cast<uint32_t>(gport) >> BCM_GPORT_TYPE_SHIFT;
+  const bool localGport =
+      type == BCM_GPORT_TYPE_LOCAL && (gport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0;
+  const bool thisModuleGport =  // this chip is module 0
+      type == BCM_GPORT_TYPE_MODPORT &&
+      ((gport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) == 0;
+  const int port = (localGport || thisModuleGport) ? gport & BCM_GPORT_LOCAL_PORT_MASK : -1;
+  if (port < 0 || port >= Chip::kNumPorts)
+    return std::nullopt;
+  return port;
+}
+
 namespace internal {
 namespace {
 
@@ -76,20 +90,11 @@ void ResetChip() {
 
 std::optional<int> ResolvePort(int portOrGport) {
   const uint32_t type = static_cast<uint32_t>(portOrGport) >> BCM_GPORT_TYPE_SHIFT;
-  const bool localGport =
-      type == BCM_GPORT_TYPE_LOCAL && (portOrGport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0;
-  const bool thisModuleGport =  // this chip is module 0
-      type == BCM_GPORT_TYPE_MODPORT &&
-      ((portOrGport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) == 0;
-  int port = -1;
-  if (portOrGport >= 0 && type == 0) {
-    port = portOrGport;
-  } else if (localGport || thisModuleGport) {
-    port = portOrGport & BCM_GPORT_LOCAL_PORT_MASK;
-  }
-  if (port < 0 || port >= Chip::kNumPorts)
+  if (portOrGport < 0 || type != 0)
+    return ChipPortOfGport(portOrGport);
+  if (portOrGport >= Chip::kNumPorts)  // a plain port number
     return std::nullopt;
-  return port;
+  return portOrGport;
 }
 
 bool IsVlanNumber(unsigned vlan) {

@@ -86,6 +86,35 @@ run_fuzzer() {
       '{printf f, name, s, n, $2, e, $4, $6}'
 }
 
+# The model fuzzer's corpus replayed by two builds without the sanitizers, which add a failure
+# branch to each of their checks (about 1,600 edges of the library that only undefined behaviour
+# takes): libFuzzer's count of the library's edges, and llvm-cov's regions and branches of its
+# source.
+count_library_coverage() {
+  local corpus=build-fuzz/corpus-model profile=build-fuzz/model.profraw
+  local configure=(cmake -S . -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALBD_FUZZ=ON
+    -DHALBD_FUZZ_SANITIZERS=)
+  CC=clang CXX=clang++ "${configure[@]}" -B build-fuzz-count >/dev/null
+  CC=clang CXX=clang++ "${configure[@]}" -B build-fuzz-source -DHALBD_FUZZ_SOURCE_COVERAGE=ON \
+    >/dev/null
+  for dir in build-fuzz-count build-fuzz-source; do
+    cmake --build "$dir" -j"$jobs" --target halbd_model_fuzzer >/dev/null
+  done
+  local replay edges
+  replay=$(build-fuzz-count/tests/reliability/halbd_model_fuzzer "$corpus" -runs=0 2>&1)
+  edges=$(grep -m1 -oE '[0-9]+ inline 8-bit counters' <<<"$replay" | cut -d' ' -f1)
+  rm -f "$profile"
+  LLVM_PROFILE_FILE=$profile build-fuzz-source/tests/reliability/halbd_model_fuzzer "$corpus" \
+    -runs=0 >/dev/null 2>&1
+  llvm-profdata merge -o "${profile%.profraw}.profdata" "$profile"
+  grep -oE 'INITED cov: [0-9]+' <<<"$replay" | awk -v e="$edges" \
+    '{printf "[ fuzz model   ] without the sanitizers: %s of %s library edges (%d %%),", $3, e, 100 * $3 / e}'
+  # The report's total: regions, missed, cover, functions (3), lines (3), branches, missed, cover.
+  llvm-cov report build-fuzz-source/tests/reliability/halbd_model_fuzzer \
+    -instr-profile="${profile%.profraw}.profdata" | awk '/^TOTAL/ {
+      printf " source regions %d of %d, branches %d of %d\n", $2 - $3, $2, $11 - $12, $11 }'
+}
+
 # The hex fuzzer's seeds: each frame of a capture (little-endian, as libpcap writes it here) behind
 # a byte that picks the receiving port.
 capture_frames() {
@@ -110,6 +139,7 @@ phase_fuzz() {
     halbd_hex_fuzzer halbd_capture_fuzzer
   local fuzz=tests/reliability/fuzz frames=build-fuzz/hex-seeds
   run_fuzzer model "$fuzz_seconds" 256 $fuzz/corpus/* $fuzz/regressions/* $fuzz/seeds/*
+  count_library_coverage
   run_fuzzer scenario "$tool_seconds" 4096 examples/*.scn examples/pitfalls/*.scn \
     $fuzz/tool-regressions/scenario/*
   mkdir -p "$frames"

@@ -87,13 +87,28 @@ const VlanMapping kRules[] = {
     {{true, {109, 0x8100, 15}, true, {19, 0, 15}}, Operation(4), {{209, 0, 6}, {0, 0, 5}}},
     {{true, {110, 0x8100, 15}, false, {}}, Operation::AddReplace, {{210, 0, 15}, {0, 0x8100, 1}}},
     {{false, {}, true, {111, 0, 15}}, Operation::Add, {{211, 0x88a8, 15}, {}}},
+    // The first one's match with another priority; a double-tag match and three rules that differ
+    // from it in one field of the inner tag; the first one with another action TPID, inner VLAN,
+    // inner TPID: each field of the rule order decides between two rules of a row.
+    {{true, {100, 0x8100, 3}, false, {}}, Operation::Replace, {{200, 0, 15}, {}}},
+    {{true, {112, 0x8100, 15}, true, {12, 0, 15}}, Operation::Replace, {{212, 0, 15}, {}}},
+    {{true, {112, 0x8100, 15}, true, {12, 0x8100, 15}}, Operation::Replace, {{212, 0, 15}, {}}},
+    {{true, {112, 0x8100, 15}, true, {12, 0, 2}}, Operation::Replace, {{212, 0, 15}, {}}},
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0x88a8, 15}, {}}},
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {30, 0, 15}}},
+    {{true, {100, 0x8100, 15}, false, {}}, Operation::Replace, {{200, 0, 15}, {0, 0x8100, 15}}},
 };
+// Chip port 8 has no interface: only another program (a diagnostic shell) puts it in a VLAN.
+constexpr int kForeignChipPort = 8;
+// The caller's view of each VLAN's members, refreshed by every listing of the VLAN.
+std::map<unsigned short, std::set<limid_t>> listings;
 
 std::string OpName(uint8_t kind) {
   std::istringstream names(
       "add-member del-member del-all-members is-member get-members add-property remove-property "
       "native-vlan prio qinq tpid inner-tpid frame-type block add-rule delete-rule create-lag join "
-      "leave delete-lag fault list-members register-client deregister-client chip-mode log-throws");
+      "leave delete-lag fault list-members register-client deregister-client chip-mode log-throws "
+      "foreign-member");
   const std::vector<std::string> all{std::istream_iterator<std::string>(names), {}};
   return all[kind % all.size()];
 }
@@ -187,12 +202,16 @@ int Call(const Op& op) {
     case kLeaveLag:
       return memberLag && *memberLag == lag ? Handled(Lags()->DeleteMember(lag, member)) : kSkipped;
     case kDeleteLag: return lagKnown ? Handled(Lags()->DeleteLag(lag)) : kSkipped;
-    case kListMembers: return domain.getMembers(bd, members);
-    case kRegisterClient:  // a client that refuses additions (bit 1 of c) or removals (bit 2)
-      domain.GetVlanOrchestrator()->RegisterClient(priority, client,
-          {[c = op.c](auto&, auto&, bool) { return (c & 1) == 0; },
-           [c = op.c](auto&, auto&) { return (c & 2) == 0; }});
+    case kListMembers: return domain.getMembers(bd, listings[Arg::Vlan(op.a)]);
+    case kRegisterClient: {  // refusing additions (bit 1 of c), removals (2); without them (4, 8)
+      halswitchbd::VlanOrchestrator::Callback callback;
+      if ((op.c & 4) == 0)
+        callback.vlan_add = [c = op.c](auto&, auto&, bool) { return (c & 1) == 0; };
+      if ((op.c & 8) == 0)
+        callback.vlan_remove = [c = op.c](auto&, auto&) { return (c & 2) == 0; };
+      domain.GetVlanOrchestrator()->RegisterClient(priority, client, std::move(callback));
       return 0;
+    }
     case kDeregisterClient: return domain.GetVlanOrchestrator()->DeregisterClient(priority, client), 0;
     case kChipMode:  // the chip's kind is fixed once the library has called it
       if (sim::chip().Trace().empty()) {
@@ -201,6 +220,10 @@ int Call(const Op& op) {
         lagClassTop = kind.packetPriority ? 127 : 63;
       }
       return sim::chip().SetReportModuleGports(op.c % 2), 0;
+    case kForeignMember:  // what the chip answers is no result of the library's
+      bcm_vlan_gport_add(0, Arg::Vlan(op.a), sim::LocalGport(kForeignChipPort),
+                         op.b % 2 ? BCM_VLAN_GPORT_ADD_UNTAGGED : 0);
+      return kSkipped;
     default: return kSkipped;  // a fault: the driver arms it
   }
   // clang-format on
@@ -221,6 +244,7 @@ int Apply(const Op& op) {
 void Reset() {
   sim::Reset();
   lagClassTop = 127;
+  listings.clear();
   for (const Interface port : {P1, P2, P3, P4, P7})
     sim::common().AddPort(kInterfaces[port], sim::LocalGport(kChipPorts[port]));
   sim::common().AddPort(kInterfaces[kRemotePort], sim::ModuleGport(1, 5));
@@ -311,11 +335,19 @@ class Driver {
   void Step(const Op& op, uint8_t kind, limid_t id, limid_t member) {
     ++step_;
     const auto& trace = sim::chip().Trace();
-    if (kind == kFault) {  // for the next operation: a function the run has called so far
+    if (kind == kFault) {  // for the next operation: a function the run has called so far,
+      // a's call of the run or, with c odd, a's of the functions in the order of their first
+      // call; its first call fails or, by bits 1 and 2 of c, its second to fourth
       if (!trace.empty())
-        armed_ = Injection{0, trace[op.a % trace.size()].function, 1, Pick(kFaultCodes, op.b)};
+        armed_ = Injection{0, op.c % 2 ? CalledFunction(op.a) : trace[op.a % trace.size()].function,
+                           1 + (op.c >> 1) % 4, Pick(kFaultCodes, op.b)};
       if (armed_)
-        sim::chip().FailNext(armed_->function, 1, armed_->rc);
+        sim::chip().FailNth(armed_->function, armed_->nth, armed_->rc);
+      return;
+    }
+    if (kind == kForeignMember) {  // not the library's step; an armed fault waits for the next
+      if (!armed_)
+        Call(op);
       return;
     }
     if (kind == kLogThrows) {
@@ -352,8 +384,9 @@ class Driver {
     const bool threw = logThrows_ && !log.empty();  // the step's first message threw
     logThrows_ &= log.empty();
     result_.allSucceeded &= rc == 0;
+    int armedCalls = 0;  // an armed fault hits the step that makes the nth call
     for (auto call = trace.begin() + firstCall; call != trace.end(); ++call)
-      hit |= armed_ && call->function == armed_->function;
+      hit |= armed_ && call->function == armed_->function && ++armedCalls == armed_->nth;
     const std::string what = Describe(op) + "): ";
     Expect((rc > kSkipped) == (passesException || threw),
            what + "an exception reached the caller, or not");
@@ -367,6 +400,8 @@ class Driver {
       sim::chip().ClearFaults();
     if (rc == 0 && !hit && exact_)
       CheckLagEventEffects(what, kind, op);
+    if (rc == 0 && !hit && kind == kListMembers)
+      CheckListing(what, Arg::Vlan(op.a));
     // Past a failure, a step the operation logs and ignores (a rule the chip refuses under the new
     // tag layout, for one) or a port added or removed directly while in a LAG (a caller's mistake,
     // asserted), the chip and the books part ways.
@@ -385,6 +420,26 @@ class Driver {
         CheckRules(what + sim::NameOf(each) + ": ", each, books.qinqPorts().count(each), books);
     }
     CheckMemberships(what);
+  }
+
+  std::string CalledFunction(uint8_t index) const {
+    std::vector<std::string> functions;
+    for (const sim::SdkCall& call : sim::chip().Trace()) {
+      if (std::find(functions.begin(), functions.end(), call.function) == functions.end())
+        functions.push_back(call.function);
+    }
+    return functions[index % functions.size()];
+  }
+
+  // A listing, into the caller's last view of the VLAN or not, holds the interface of each port
+  // the chip has in the VLAN (a LAG's members by their own names), and nothing else.
+  void CheckListing(const std::string& what, unsigned short vlan) {
+    std::set<limid_t> onChip;
+    if (sim::chip().HasVlan(vlan)) {
+      for (const auto& [port, untagged] : sim::chip().Vlan(vlan).members)
+        onChip.insert(HalBcmCommon::GetInstance()->LookupDeviceId({sim::LocalGport(port), -1}));
+    }
+    Expect(listings[vlan] == onChip, what + "the listing differs from the chip's members");
   }
 
   bool IsStored(const Op& op) {  // a rule operation's rule, in its interface's store
@@ -502,6 +557,8 @@ class Driver {
     for (const unsigned short vlan : sim::chip().Vlans()) {
       std::set<std::pair<bcm_gport_t, bcm_if_t>> replicated;
       for (const auto& [port, untagged] : sim::chip().Vlan(vlan).members) {
+        if (port == kForeignChipPort)  // neither in the books nor in the broadcast group
+          continue;
         if (!vlansCleared_.count(vlan))
           onChip[{vlan, port}] = untagged;
         replicated.emplace(sim::LocalGport(port), sim::Chip::EncapOf(port));

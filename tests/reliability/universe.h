@@ -16,6 +16,8 @@ namespace reliability {
 
 // Every four bytes of a fuzzer input or a scenario are one operation: its kind, then arguments
 // that index the value tables of universe.cpp, wrapping around. The kinds are in input order.
+// Inputs kept in the tree write each kind and table index below its count, so that a kind or a
+// table row added later leaves their meaning as it was.
 // clang-format off
 enum OpKind : uint8_t {
   kAddMember, kDelMember, kDelAllMembers, kIsMember, kGetMembers, kAddProperty, kRemoveProperty,
@@ -25,6 +27,7 @@ enum OpKind : uint8_t {
   kListMembers, kRegisterClient, kDeregisterClient,
   kChipMode,  // the chip reports VLAN members as module gports, or not; before any call, its kind
   kLogThrows,  // the HAL's logging callback throws on its next message
+  kForeignMember,  // another program puts a chip port that no interface names into a VLAN
   kOpKindCount
 };
 // eth1/6 (kGportOnly) is in the gport table, not in the port table.

@@ -44,19 +44,6 @@ Record Notification(unsigned priority, const std::string& name, const char* even
 
 }  // namespace
 
-std::optional<int> ChipPortOfGport(int gport) {
-  const unsigned type = static_cast<unsigned>(gport) >> BCM_GPORT_TYPE_SHIFT;
-  const bool localGport =
-      type == BCM_GPORT_TYPE_LOCAL && (gport & BCM_GPORT_LOCAL_RESERVED_MASK) == 0;
-  const bool thisModuleGport =  // the simulated chip is module 0
-      type == BCM_GPORT_TYPE_MODPORT &&
-      ((gport >> BCM_GPORT_MODPORT_MODULE_SHIFT) & BCM_GPORT_MODPORT_MODULE_MASK) == 0;
-  const int port = (localGport || thisModuleGport) ? gport & BCM_GPORT_LOCAL_PORT_MASK : -1;
-  if (port < 0 || port >= sim::Chip::kNumPorts)
-    return std::nullopt;
-  return port;
-}
-
 Session::Session(std::ostream& out) : Session(out, std::make_shared<sim::LagOrchestratorSim>()) {}
 
 Session::Session(std::ostream& out, std::shared_ptr<sim::LagOrchestratorSim> lagOrchestrator)

@@ -22,6 +22,7 @@
 #include "record.h"
 #include "sim/frame_walk.h"
 #include "sim/sim_lag_orchestrator.h"
+#include "sim/sim_platform.h"
 
 namespace halbdsim {
 
@@ -34,8 +35,7 @@ struct DeclaredInterface {
   int trunkId = -1;          // LAGs only
 };
 
-// The local chip port that a port or gport names, as the simulated chip resolves it.
-std::optional<int> ChipPortOfGport(int gport);
+using sim::ChipPortOfGport;  // the chip port of a declared gport
 
 class Session {
  public:

@@ -43,6 +43,9 @@ limid_t ParseId(const std::string& name);
 int LocalGport(int port);
 int ModuleGport(int module, int port);
 int TrunkGport(int trunkId);
+// The chip port that a gport names, as the chip resolves it: a local-port gport, or a module gport
+// of this chip's module (0); nothing for another module's port, a trunk or a port beyond the chip.
+std::optional<int> ChipPortOfGport(int gport);
 // The chip's trunk table holds 128 trunks, as many as the egress classes a LAG's class counts
 // down through from the top of the class range.
 constexpr int kMaxTrunkId = 127;
