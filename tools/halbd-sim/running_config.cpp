@@ -165,6 +165,7 @@ class Writer {
     EmptySharedEntries();
     CheckVlans();
     CheckEgressRules();
+    CheckLagIngressRules();
     std::vector<std::string> all = {"# halbd-sim running configuration"};
     for (const std::string& note : apart_)
       all.push_back(kApartPrefix + note);
@@ -277,40 +278,55 @@ class Writer {
     return false;
   }
 
-  // The port's own rules that the chip holds (onChip) or not. Joining a LAG takes a port's own
-  // entries off the chip and leaves the rules in the books: of a port that is or was in a LAG,
-  // the rules on the chip were given after it joined (or left), the others before.
-  static KeptAttributes OwnRules(const PortView& port, bool onChip) {
+  // The port's own rules given after the LAG events (afterJoining) or before. Joining a LAG takes a
+  // port's own entries off the chip and leaves the rules in the books: of a port that is or was in
+  // a LAG, the rules on the chip were given after it joined (or left), the others before, but one
+  // rule per ingress entry: another off the chip with the same VLANs was given after joining too
+  // (a Q-in-Q change has since taken its entry off), as before it the chip would have refused it.
+  static KeptAttributes OwnRules(const PortView& port, bool afterJoining) {
     KeptAttributes rules;
+    std::set<std::pair<uint16_t, uint16_t>> entriesBefore;
     for (const vlanxlate::VlanMapping& rule : port.kept.ingressRules) {
-      if (OwnEntryOnChip(port, rule, true) == onChip)
+      const bool after =
+          OwnEntryOnChip(port, rule, true) || !entriesBefore.insert(MatchedVlans(rule)).second;
+      if (after == afterJoining)
         rules.ingressRules.push_back(rule);
     }
     for (const vlanxlate::VlanMapping& rule : port.kept.egressRules) {
-      if (OwnEntryOnChip(port, rule, false) == onChip)
+      if (OwnEntryOnChip(port, rule, false) == afterJoining)
         rules.egressRules.push_back(rule);
     }
     return rules;
   }
 
+  static std::pair<uint16_t, uint16_t> MatchedVlans(const vlanxlate::VlanMapping& rule) {
+    return {rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : uint16_t{0},
+            rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : uint16_t{0}};
+  }
+
   // Whether the chip holds an entry of the port for the rule's match: egress entries are keyed by
-  // the port's class, ingress ones by the port and the VLANs, the outer one looked up as the inner
-  // VLAN under Q-in-Q.
+  // the port's class, ingress ones by the port and the VLANs.
   static bool OwnEntryOnChip(const PortView& port, const vlanxlate::VlanMapping& rule,
                              bool ingress) {
     if (!port.chipPort)
       return false;
-    const uint16_t outer = rule.match.hasOuterVlan ? rule.match.outerVlanTag.vlanId : 0;
-    const uint16_t inner = rule.match.hasInnerVlan ? rule.match.innerVlanTag.vlanId : 0;
     if (!ingress) {
+      const auto [outer, inner] = MatchedVlans(rule);
       const auto portClass = static_cast<int>(sim::chip().Port(*port.chipPort).egressClass);
       return sim::chip().EgressTable().count(sim::EgressKey{portClass, outer, inner}) != 0;
     }
+    return IngressEntryOnChip(false, *port.chipPort, rule);
+  }
+
+  // Whether the chip holds an ingress entry of the port or trunk for the rule's match, the outer
+  // VLAN looked up as the inner one under Q-in-Q.
+  static bool IngressEntryOnChip(bool trunk, int portOrTrunk, const vlanxlate::VlanMapping& rule) {
+    const auto [outer, inner] = MatchedVlans(rule);
     for (const auto& entry : sim::chip().IngressTable()) {
       const sim::IngressKey& key = entry.first;
       const bool vlans = (key.outerVlan == outer && key.innerVlan == inner) ||
                          (key.outerVlan == 0 && key.innerVlan == outer);
-      if (!key.trunk && key.portOrTrunk == *port.chipPort && vlans)
+      if (key.trunk == trunk && key.portOrTrunk == portOrTrunk && vlans)
         return true;
     }
     return false;
@@ -658,6 +674,25 @@ class Writer {
           explainedInAnyClass.count({key.outerVlan, key.innerVlan}) == 0) {
         Apart("egress", std::to_string(key.portClass),
               "the chip holds an egress entry that no rule in the books explains");
+      }
+    }
+  }
+
+  // A LAG's ingress rule that its Q-in-Q layout took off the chip stays in the books when deleting
+  // the LAG cannot delete its entry, and the deletion forgets the layout: the replay, without
+  // Q-in-Q, puts the rule on the chip.
+  void CheckLagIngressRules() {
+    for (const auto& [lag, declared] : session_.Declared()) {
+      if (!IsKind(lag, sim::IdKind::Lag))
+        continue;
+      const KeptAttributes kept = KeptFor(lag);
+      if (kept.qinq)  // the replay's Q-in-Q takes the same rules off the chip
+        continue;
+      for (const vlanxlate::VlanMapping& rule : kept.ingressRules) {
+        if (!IngressEntryOnChip(true, declared.trunkId, rule)) {
+          Apart("ingress", sim::NameOf(lag),
+                sim::NameOf(lag) + " keeps an ingress rule the chip does not hold");
+        }
       }
     }
   }
