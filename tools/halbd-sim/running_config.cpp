@@ -344,6 +344,27 @@ class Writer {
     }
   }
 
+  // Moves out of books the VLANs that the shared table does not list for the interface.
+  static Flags Unlisted(Flags& books, const Flags& shared) {
+    Flags unlisted;
+    for (auto entry = books.begin(); entry != books.end();) {
+      if (shared.count(entry->first) == 0) {
+        unlisted.insert(*entry);
+        entry = books.erase(entry);
+      } else {
+        ++entry;
+      }
+    }
+    return unlisted;
+  }
+
+  // Removing a LAG deleted with its member list gone from its VLANs takes it out of the shared
+  // table and fails before the books change.
+  void RemovalsFailing(const std::string& name, const Flags& vlans) {
+    for (const auto& [vlan, tagged] : vlans)
+      FailingLine("delMember vlan" + std::to_string(vlan) + " " + name);
+  }
+
   // The shared-table entries that the books no longer hold.
   static Flags Stale(const Flags& kept, const Flags& shared) {
     Flags stale;
@@ -388,29 +409,46 @@ class Writer {
     if (!leftPortsReplayed_)
       JoinAndLeave(name);
     if (!sim::common().HasLag(lag)) {
-      DeletedLag(name, kept, books, shared);
+      DeletedLag(name, trunkId, kept, books, shared);
       return;
     }
-    if (!stale.empty()) {
-      // Listed in the shared table by a LAG of the same name that was deleted.
-      Memberships(name, stale, {});
-      Line("lagDeleted " + name);
+    EarlierLag(name, trunkId, stale);
+    Flags listed = books;
+    const Flags unlisted = Unlisted(listed, shared);
+    if (!unlisted.empty()) {
+      // Kept in the books for a LAG of the same name that was deleted with its member list gone:
+      // removing it from those VLANs then took it out of the shared table only.
+      Memberships(name, unlisted, {});
+      Line("lagDeleted " + name + " unlisted");
+      RemovalsFailing(name, unlisted);
       Line("lag " + name + " " + std::to_string(trunkId));
     }
     LagAttributes(name, kept);
-    Memberships(name, books, shared);
+    Memberships(name, listed, shared);
     for (const limid_t& member : HalBcmCommon::GetInstance()->GetLagMembers(lag))
       LagEventLine("memberAdded", name, member);
   }
 
-  void DeletedLag(const std::string& name, const KeptAttributes& kept, const Flags& books,
-                  const Flags& shared) {
+  // Listed in the shared table by a LAG of the same name that was deleted.
+  void EarlierLag(const std::string& name, int trunkId, const Flags& stale) {
+    if (stale.empty())
+      return;
+    Memberships(name, stale, {});
+    Line("lagDeleted " + name);
+    Line("lag " + name + " " + std::to_string(trunkId));
+  }
+
+  void DeletedLag(const std::string& name, int trunkId, const KeptAttributes& kept,
+                  const Flags& books, const Flags& shared) {
     // Deleted while its member list was gone, neither service heard of it: the bridge domain still
     // holds its VLANs, the bridge port values that no request reaches a deleted LAG with.
     if (!books.empty() || kept.tpid || kept.nativeVlan || kept.priority || kept.qinq) {
+      EarlierLag(name, trunkId, Stale(books, shared));
       LagAttributes(name, kept);
       Memberships(name, books, shared);
       Line("lagDeleted " + name + " unlisted");
+      Flags listed = books;
+      RemovalsFailing(name, Unlisted(listed, shared));
       return;
     }
     // The shared table still lists it; what the bridge port keeps of it, frame types and rules,
