@@ -424,9 +424,53 @@ class Writer {
       Line("lag " + name + " " + std::to_string(trunkId));
     }
     LagAttributes(name, kept);
-    Memberships(name, listed, shared);
-    for (const limid_t& member : HalBcmCommon::GetInstance()->GetLagMembers(lag))
+    MembersAndFlags(name, HalBcmCommon::GetInstance()->GetLagMembers(lag), listed, shared);
+  }
+
+  // A second add with the other flag reaches the members that the chip does not hold in the VLAN
+  // (the chip refuses the others, and the add fails), and later members take the books' first
+  // flag. So the members that the chip holds with the second flag joined before it was given and
+  // were then removed from the VLAN directly (a caller's mistake, which the library asserts).
+  void MembersAndFlags(const std::string& name, const std::set<limid_t>& members, const Flags& kept,
+                       const Flags& shared) {
+    std::vector<limid_t> early, late;
+    for (const limid_t& member : members)
+      (TookSecondFlags(member, kept, shared) ? early : late).push_back(member);
+    Memberships(name, kept, {});
+    for (const limid_t& member : early)
       LagEventLine("memberAdded", name, member);
+    const Flags second = SecondFlags(kept, shared);
+    for (const limid_t& member : early) {
+      for (const auto& [vlan, tagged] : second)
+        Line("delMember vlan" + std::to_string(vlan) + " " + sim::NameOf(member));
+    }
+    Memberships(name, second, {});
+    for (const limid_t& member : late)
+      LagEventLine("memberAdded", name, member);
+  }
+
+  // The shared table's flags where a second add changed them.
+  static Flags SecondFlags(const Flags& kept, const Flags& shared) {
+    Flags second;
+    for (const auto& [vlan, tagged] : kept) {
+      const auto entry = shared.find(vlan);
+      if (entry != shared.end() && entry->second != tagged)
+        second.insert(*entry);
+    }
+    return second;
+  }
+
+  static bool TookSecondFlags(limid_t member, const Flags& kept, const Flags& shared) {
+    const std::optional<int> port = ChipPortOfGport(GportOf(member).value_or(-1));
+    for (const auto& [vlan, tagged] : port ? SecondFlags(kept, shared) : Flags{}) {
+      if (!sim::chip().HasVlan(vlan))
+        continue;
+      const auto& onChip = sim::chip().Vlan(vlan).members;  // port: untagged
+      const auto entry = onChip.find(*port);
+      if (entry != onChip.end() && entry->second != tagged)
+        return true;
+    }
+    return false;
   }
 
   // Listed in the shared table by a LAG of the same name that was deleted.
@@ -528,11 +572,12 @@ class Writer {
       const std::string why =
           "the chip keeps for " + port.name + " the egress class of a LAG it is no member of";
       Apart("ports", port.name, why);
-      // The entries of that class list the port; its own rules sit there, a replay puts them
-      // under its own class.
+      // The entries of that class list the port; the replay puts under the port's own class the
+      // rules that it gives the port after any LAG events (joining takes the others off).
       if (HasEgressEntries(chip->egressClass))
         Apart("egress", std::to_string(chip->egressClass), why);
-      if (!kept.egressRules.empty())
+      const bool joined = port.lag || port.leftLag;
+      if (!(joined ? OwnRules(port, true) : kept).egressRules.empty())
         Apart("egress", std::to_string(*port.chipPort), why);
     }
   }
@@ -673,6 +718,15 @@ class Writer {
     return sim::chip().Port(*port).egressClass;
   }
 
+  bool KeepsLagClass(limid_t id) const {
+    for (const PortView& port : ports_) {
+      if (port.id == id && port.chipPort && !port.lag)
+        return sim::chip().Port(*port.chipPort).egressClass !=
+               static_cast<uint32_t>(*port.chipPort);
+    }
+    return false;
+  }
+
   bool HasBeenInLag(limid_t id) const {
     for (const PortView& port : ports_) {
       if (port.id == id)
@@ -699,8 +753,9 @@ class Writer {
         }
         const sim::EgressKey key{static_cast<int>(*portClass), outer, inner};
         explained.insert(key);
-        // Joining a LAG took the port's own entries off the chip; the replay does so too.
-        if (sim::chip().EgressTable().count(key) == 0 && !HasBeenInLag(id)) {
+        // Joining a LAG took the port's own entries off the chip; the replay does so too. A port
+        // that keeps a LAG's class has its rules under its own class in the replay (see above).
+        if (sim::chip().EgressTable().count(key) == 0 && !HasBeenInLag(id) && !KeepsLagClass(id)) {
           Apart("egress", std::to_string(key.portClass),
                 sim::NameOf(id) + " keeps an egress rule the chip no longer holds");
         }
