@@ -153,9 +153,9 @@ def generated(seed):
 
 # Seeds past the usual count whose states once failed to replay: each stands for a case of its own
 # (a LAG deleted with its member list gone, a port that keeps such a LAG's class, a member that
-# took a LAG's second flag).
-FORMER_FAILURES = [2069, 2320, 2349, 2630, 3190, 3197, 3731, 3738, 3807, 3973, 4835, 5103, 5477,
-                   5775, 6386, 6705, 6791, 7082, 7261, 7301, 7694]
+# took a LAG's second flag, two rules of a port on one ingress entry).
+FORMER_FAILURES = [2069, 2320, 2349, 2630, 3190, 3197, 3731, 3738, 3807, 3973, 4835, 4923, 5103,
+                   5477, 5775, 6386, 6705, 6791, 7082, 7261, 7301, 7694]
 
 FAULTS = ["bcm_port_tpid_set", "bcm_vlan_gport_add", "bcm_port_discard_set",
           "bcm_port_untagged_vlan_set", "bcm_vlan_translate_egress_action_delete",

@@ -288,7 +288,7 @@ class Writer {
     std::set<std::pair<uint16_t, uint16_t>> entriesBefore;
     for (const vlanxlate::VlanMapping& rule : port.kept.ingressRules) {
       const bool after =
-          OwnEntryOnChip(port, rule, true) || !entriesBefore.insert(MatchedVlans(rule)).second;
+          OwnIngressRuleOnChip(port, rule) || !entriesBefore.insert(MatchedVlans(rule)).second;
       if (after == afterJoining)
         rules.ingressRules.push_back(rule);
     }
@@ -321,15 +321,33 @@ class Writer {
   // Whether the chip holds an ingress entry of the port or trunk for the rule's match, the outer
   // VLAN looked up as the inner one under Q-in-Q.
   static bool IngressEntryOnChip(bool trunk, int portOrTrunk, const vlanxlate::VlanMapping& rule) {
+    return IngressEntryOf(trunk, portOrTrunk, rule) != nullptr;
+  }
+
+  static const bcm_vlan_action_set_t* IngressEntryOf(bool trunk, int portOrTrunk,
+                                                     const vlanxlate::VlanMapping& rule) {
     const auto [outer, inner] = MatchedVlans(rule);
-    for (const auto& entry : sim::chip().IngressTable()) {
-      const sim::IngressKey& key = entry.first;
+    for (const auto& [key, action] : sim::chip().IngressTable()) {
       const bool vlans = (key.outerVlan == outer && key.innerVlan == inner) ||
                          (key.outerVlan == 0 && key.innerVlan == outer);
       if (key.trunk == trunk && key.portOrTrunk == portOrTrunk && vlans)
-        return true;
+        return &action;
     }
-    return false;
+    return nullptr;
+  }
+
+  // Of a port's rules that share an ingress entry, the chip's entry is the one whose new outer
+  // VLAN the entry holds.
+  static bool OwnIngressRuleOnChip(const PortView& port, const vlanxlate::VlanMapping& rule) {
+    const bcm_vlan_action_set_t* entry =
+        port.chipPort ? IngressEntryOf(false, *port.chipPort, rule) : nullptr;
+    if (entry == nullptr)
+      return false;
+    const auto sharing = std::count_if(port.kept.ingressRules.begin(), port.kept.ingressRules.end(),
+                                       [&](const vlanxlate::VlanMapping& other) {
+                                         return MatchedVlans(other) == MatchedVlans(rule);
+                                       });
+    return sharing == 1 || entry->new_outer_vlan == rule.action.outerVlanTag.vlanId;
   }
 
   // Adds with the flag the books keep, then, where the shared table holds the other flag (a
