@@ -170,7 +170,6 @@ int Call(const Op& op) {
   const auto value = en_HalVlanPropValue(Pick(kPropValues, op.c));
   bool isMember = false, tagged = false;
   unsigned int number = 0;
-  std::set<limid_t> members;
   const auto& [priority, client] = Pick(kVlanClients, op.a);
   // clang-format off
   switch (op.kind % kOpKindCount) {
