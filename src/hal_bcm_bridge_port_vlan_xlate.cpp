@@ -78,17 +78,19 @@ void LogChipPortMiss(ChipPortMiss miss, const char* caller, const limid_t& id, c
   }
 }
 
-// The chip port of id from the gport table, or from the port table when fromPortTable; a miss is
-// logged with the caller's name. Inline, as the key of a rule below: every rule added or deleted
-// runs both, and a call's set-up would be a noticeable part of the library's own work there.
-inline std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
-                                             bool fromPortTable, const char* caller,
-                                             ChipPortMiss miss) {
+// The chip port of id from the gport table, or from the port table when fromPortTable, into
+// chipPort; false on a miss, which is logged with the caller's name. Inline, as the key of a rule
+// below: every rule added or deleted runs both, and a call's set-up would be a noticeable part of
+// the library's own work there. A flag and an out-parameter rather than an optional: inlined, the
+// optional's engaged byte was still stored and tested on the way to success.
+inline bool LookupChipPort(const HalBcmCommon& common, const limid_t& id, bool fromPortTable,
+                           const char* caller, ChipPortMiss miss, int32_t& chipPort) {
   try {
-    return fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
+    chipPort = fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
+    return true;
   } catch (const std::out_of_range& e) {
     LogChipPortMiss(miss, caller, id, e.what());
-    return std::nullopt;
+    return false;
   }
 }
 
@@ -333,28 +335,24 @@ void SetIngressReplaceReplace(const VlanMapping& rule, bool qinq, bool prio,
 }
 
 // Fills the tag actions of an ingress rule; false for a rule without an operation. Values from
-// Invalid upwards are installed as an empty action, as they always have been.
+// Invalid upwards are installed as an empty action, as they always have been. Tested in turn rather
+// than switched on: replacing the outer tag, the translation ports carry most, costs one compare
+// where a jump table costs seven instructions, and no other operation pays more than one over it.
 bool GetIngressVlanXlateAction(const VlanMapping& rule, bool qinq, bool prio,
                                bcm_vlan_action_set_t& action) {
-  switch (rule.operation) {
-    case Operation::Unknown:
-      Hal()->log(kLogError, "%s() invalid ingress VLAN translate action: %s", __func__,
-                 vlanxlate::OperationName(rule.operation));
-      return false;
-    case Operation::Add:
-      SetIngressAdd(rule, qinq, prio, action);
-      break;
-    case Operation::Replace:
-      SetIngressReplace(rule, qinq, prio, action);
-      break;
-    case Operation::AddReplace:
-      SetIngressAddReplace(rule, qinq, prio, action);
-      break;
-    case Operation::ReplaceReplace:
-      SetIngressReplaceReplace(rule, qinq, prio, action);
-      break;
-    default:
-      break;
+  const Operation operation = rule.operation;
+  if (operation == Operation::Replace) {
+    SetIngressReplace(rule, qinq, prio, action);
+  } else if (operation == Operation::Add) {
+    SetIngressAdd(rule, qinq, prio, action);
+  } else if (operation == Operation::AddReplace) {
+    SetIngressAddReplace(rule, qinq, prio, action);
+  } else if (operation == Operation::ReplaceReplace) {
+    SetIngressReplaceReplace(rule, qinq, prio, action);
+  } else if (operation == Operation::Unknown) {
+    Hal()->log(kLogError, "%s() invalid ingress VLAN translate action: %s", __func__,
+               vlanxlate::OperationName(rule.operation));
+    return false;
   }
   return true;
 }
@@ -444,14 +442,16 @@ bool SetEgressClass(int unit, const limid_t& port, int portNumber, int classId,
 
 bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                      bool qinq) const {
-  const std::optional<int32_t> gport = LookupChipPort(*bcmCommon, port, false, __func__, kGetGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, false, __func__, kGetGport, gport))
     return false;
-  const int chipUnit = bcmCommon->unit;
-  const bool prio = TakesPacketPriorityActions(chipUnit);
 
+  // The record is initialised before the unit and its properties are read, so that they need not
+  // be kept across the SDK's call.
   bcm_vlan_action_set_t action;
   bcm_vlan_action_set_t_init(&action);
+  const int chipUnit = bcmCommon->unit;
+  const bool prio = TakesPacketPriorityActions(chipUnit);
   if (!GetIngressVlanXlateAction(rule, qinq, prio, action)) {
     Hal()->log(kLogError, "%s() failed to get BCM VLAN translate action for %s", __func__,
                DecodedName(port).c_str());
@@ -460,7 +460,7 @@ bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const 
   action.flags |= kIngressActionFlag;
 
   const IngressKey key = IngressKeyOf(rule, qinq);
-  const int rc = bcm_vlan_translate_action_add(chipUnit, *gport, key.type, key.outerVlan,
+  const int rc = bcm_vlan_translate_action_add(chipUnit, gport, key.type, key.outerVlan,
                                                key.innerVlan, &action);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to add ingress VLAN translate rule for %s: %s", __func__,
@@ -472,13 +472,12 @@ bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const 
 
 bool HalBcmBridgePort::RemoveIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                     bool qinq, bool usePortTable) const {
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport, gport))
     return false;
 
   const IngressKey key = IngressKeyOf(rule, qinq);
-  const int rc = bcm_vlan_translate_action_delete(bcmCommon->unit, *gport, key.type, key.outerVlan,
+  const int rc = bcm_vlan_translate_action_delete(bcmCommon->unit, gport, key.type, key.outerVlan,
                                                   key.innerVlan);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to remove ingress VLAN translate for %s: %s", __func__,
@@ -492,14 +491,15 @@ bool HalBcmBridgePort::RemoveIngressVlanMappingRule(const limid_t& port, const V
 
 bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
                                                     const VlanMapping& rule) const {
-  const std::optional<int32_t> gport = LookupChipPort(*bcmCommon, port, false, __func__, kGetGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, false, __func__, kGetGport, gport))
     return false;
-  const int chipUnit = bcmCommon->unit;
-  const bool prio = TakesPacketPriorityActions(chipUnit);
 
+  // Initialised first, as an ingress rule's record.
   bcm_vlan_action_set_t action;
   bcm_vlan_action_set_t_init(&action);
+  const int chipUnit = bcmCommon->unit;
+  const bool prio = TakesPacketPriorityActions(chipUnit);
   if (!GetEgressVlanXlateAction(rule, prio, action)) {
     Hal()->log(kLogError, "%s() failed to get BCM VLAN translate action for %s", __func__,
                DecodedName(port).c_str());
@@ -507,7 +507,7 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
   }
   action.flags |= kEgressActionFlag;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, gport, __func__);
   if (!portClass)
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
@@ -532,13 +532,12 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
 
 bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                    bool usePortTable) const {
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport, gport))
     return false;
   const int chipUnit = bcmCommon->unit;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
+  const std::optional<int> portClass = EgressClassOf(chipUnit, port, gport, __func__);
   if (!portClass)
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
@@ -555,91 +554,105 @@ bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const Vl
 
 bool HalBcmBridgePort::SetEgressVlanXlateClassIdForLag(const limid_t& lag,
                                                        const limid_t& member) const {
-  const std::optional<int32_t> lagGport =
-      LookupChipPort(*bcmCommon, lag, false, __func__, kRetrieveGport);
-  if (!lagGport)
+  int32_t lagGport = 0;
+  if (!LookupChipPort(*bcmCommon, lag, false, __func__, kRetrieveGport, lagGport))
     return false;
   const int chipUnit = bcmCommon->unit;
-  const int classId = LagClassId(*lagGport, TakesPacketPriorityActions(chipUnit));
+  const int classId = LagClassId(lagGport, TakesPacketPriorityActions(chipUnit));
 
-  const std::optional<int32_t> memberGport =
-      LookupChipPort(*bcmCommon, member, true, __func__, kRetrievePort);
-  if (!memberGport)
+  int32_t memberGport = 0;
+  if (!LookupChipPort(*bcmCommon, member, true, __func__, kRetrievePort, memberGport))
     return false;
-  return SetEgressClass(chipUnit, member, halbd::LocalPortOrInvalid(*memberGport), classId,
+  return SetEgressClass(chipUnit, member, halbd::LocalPortOrInvalid(memberGport), classId,
                         __func__);
 }
 
 bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort, gport))
     return false;
   // A port's own class is its port number; a gport that names no local port gives -1 for both,
   // which the SDK refuses.
-  const int portNumber = halbd::LocalPortOrInvalid(*gport);
+  const int portNumber = halbd::LocalPortOrInvalid(gport);
   return SetEgressClass(bcmCommon->unit, port, portNumber, portNumber, __func__);
 }
 
 // ---- Rule store ---------------------------------------------------------------------------------
 
-// Flattened, as the deletion below: the chip step, the port lookup and the store's search and
-// insertion are compiled into the request and cost no calls of their own.
-[[gnu::flatten]] int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage,
-                                                          const VlanMapping& rule) {
-  // The chip decides, also for a rule that is already stored; the store changes only when the
-  // chip took the rule.
-  if (stage == Stage::Ingress) {
-    const bool qinq = qinqPorts.count(id) != 0;
-    if (!InstallIngressVlanMappingRule(id, rule, qinq)) {
-      LogRefusedIngressRule(rule, qinq);
-      return -1;
-    }
-    ingressVlanMappings[id].insert(rule);
-    return 0;
-  }
-  if (stage == Stage::Egress) {
-    if (!InstallEgressVlanMappingRule(id, rule)) {
-      LogRefusedEgressRule(rule);
-      return -1;
-    }
-    egressVlanMappings[id].insert(rule);
-    return 0;
-  }
+// Each stage's request is a function of its own, flattened: compiled together, the two stages'
+// steps shared one frame and its register pressure, and the ingress path spilled and reloaded
+// values around every call it made.
+int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
+  if (stage == Stage::Ingress)
+    return AddIngressRule(id, rule);
+  if (stage == Stage::Egress)
+    return AddEgressRule(id, rule);
   return 0;  // a stage this service has no table for
 }
 
-[[gnu::flatten]] int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
-                                                             const VlanMapping& rule) {
-  // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
-  // not. A rule that is not stored is not on the chip either, so there is nothing to do.
-  if (stage == Stage::Ingress) {
-    const StoredRule stored = FindStoredRule(ingressVlanMappings, id, rule);
-    if (stored.rules == nullptr) {
-      LogSkippedDeletion(stage, rule);
-      return 0;
-    }
-    const bool qinq = qinqPorts.count(id) != 0;
-    if (!RemoveIngressVlanMappingRule(id, rule, qinq, false)) {
-      LogRefusedIngressRule(rule, qinq);
-      return -1;
-    }
-    stored.rules->erase(stored.position);
+// The chip decides, also for a rule that is already stored; the store changes only when the chip
+// took the rule. The chip step, the port lookup and the store's search and insertion are compiled
+// into the request and cost no calls of their own.
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::AddIngressRule(const limid_t& id,
+                                                                     const VlanMapping& rule) {
+  const bool qinq = qinqPorts.count(id) != 0;
+  if (!InstallIngressVlanMappingRule(id, rule, qinq)) {
+    LogRefusedIngressRule(rule, qinq);
+    return -1;
+  }
+  ingressVlanMappings[id].insert(rule);
+  return 0;
+}
+
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::AddEgressRule(const limid_t& id,
+                                                                    const VlanMapping& rule) {
+  if (!InstallEgressVlanMappingRule(id, rule)) {
+    LogRefusedEgressRule(rule);
+    return -1;
+  }
+  egressVlanMappings[id].insert(rule);
+  return 0;
+}
+
+int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
+                                            const VlanMapping& rule) {
+  if (stage == Stage::Ingress)
+    return DeleteIngressRule(id, rule);
+  if (stage == Stage::Egress)
+    return DeleteEgressRule(id, rule);
+  return 0;
+}
+
+// A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
+// not. A rule that is not stored is not on the chip either, so there is nothing to do.
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::DeleteIngressRule(const limid_t& id,
+                                                                        const VlanMapping& rule) {
+  const StoredRule stored = FindStoredRule(ingressVlanMappings, id, rule);
+  if (stored.rules == nullptr) {
+    LogSkippedDeletion(Stage::Ingress, rule);
     return 0;
   }
-  if (stage == Stage::Egress) {
-    const StoredRule stored = FindStoredRule(egressVlanMappings, id, rule);
-    if (stored.rules == nullptr) {
-      LogSkippedDeletion(stage, rule);
-      return 0;
-    }
-    if (!RemoveEgressVlanMappingRule(id, rule, false)) {
-      LogRefusedEgressRule(rule);
-      return -1;
-    }
-    stored.rules->erase(stored.position);
+  const bool qinq = qinqPorts.count(id) != 0;
+  if (!RemoveIngressVlanMappingRule(id, rule, qinq, false)) {
+    LogRefusedIngressRule(rule, qinq);
+    return -1;
+  }
+  stored.rules->erase(stored.position);
+  return 0;
+}
+
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::DeleteEgressRule(const limid_t& id,
+                                                                       const VlanMapping& rule) {
+  const StoredRule stored = FindStoredRule(egressVlanMappings, id, rule);
+  if (stored.rules == nullptr) {
+    LogSkippedDeletion(Stage::Egress, rule);
     return 0;
   }
+  if (!RemoveEgressVlanMappingRule(id, rule, false)) {
+    LogRefusedEgressRule(rule);
+    return -1;
+  }
+  stored.rules->erase(stored.position);
   return 0;
 }
 
@@ -675,11 +688,10 @@ void HalBcmBridgePort::SetVlanXlateLookupKeys(
                DecodedName(port).c_str(), static_cast<int>(keys.size()));
     return;
   }
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort, gport))
     return;
-  const int portNumber = halbd::LocalPortOrInvalid(*gport);
+  const int portNumber = halbd::LocalPortOrInvalid(gport);
 
   int rc = bcm_vlan_control_port_set(unit, portNumber, bcmVlanPortTranslateKeyFirst, keys[0]);
   if (rc < 0) {
