@@ -2,7 +2,6 @@
 // egress translation tables, the egress class IDs of LAG members and the per-interface rule store.
 #include <cstddef>
 #include <cstring>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -200,6 +199,15 @@ inline StoredRule FindStoredRule(std::map<limid_t, std::set<VlanMapping>>& store
   if (position == rules.end() || !SameRule(*position, rule))
     return {};
   return {&rules, position};
+}
+
+// Adds a rule the chip took to the interface's set. The egress request calls it out of line: with
+// the set's insertion compiled into that request, the descent of the set kept a value on the stack
+// at every step and cost more than this call saves. The ingress request's descent keeps its
+// values in registers, and inserts inline.
+[[gnu::noinline, gnu::flatten]] void StoreRule(std::map<limid_t, std::set<VlanMapping>>& store,
+                                               const limid_t& id, const VlanMapping& rule) {
+  store[id].insert(rule);
 }
 
 // ---- Ingress ------------------------------------------------------------------------------------
@@ -408,20 +416,24 @@ int LagClassId(int32_t lagGport, bool prio) {
   return top - trunkId;
 }
 
-// The egress class that keys the entries of id: the LAG class for a LAG (shared by its members),
-// else the port's class as the chip holds it. Only the LAG class depends on the chip's
-// packet-priority actions, so only a LAG asks for them.
-std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, const char* caller) {
-  if (halbd::IsLag(id))
-    return LagClassId(gport, TakesPacketPriorityActions(unit));
+// The egress class that keys the entries of id into classId: the LAG class for a LAG (shared by
+// its members), else the port's class as the chip holds it; false when the chip does not say. Only
+// the LAG class depends on the chip's packet-priority actions, so only a LAG asks for them. A flag
+// and an out-parameter, as the chip port's lookup.
+bool EgressClassOf(int unit, const limid_t& id, int32_t gport, const char* caller, int& classId) {
+  if (halbd::IsLag(id)) {
+    classId = LagClassId(gport, TakesPacketPriorityActions(unit));
+    return true;
+  }
   uint32_t portClass = 0;
   const int rc = bcm_port_class_get(unit, gport, bcmPortClassVlanTranslateEgress, &portClass);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to get BCM Class ID for %s (%#x): %s", caller,
                  DecodedName(id).c_str(), static_cast<unsigned>(gport), bcm_errmsg(rc));
-    return std::nullopt;
+    return false;
   }
-  return static_cast<int>(portClass);
+  classId = static_cast<int>(portClass);
+  return true;
 }
 
 bool SetEgressClass(int unit, const limid_t& port, int portNumber, int classId,
@@ -507,20 +519,20 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
   }
   action.flags |= kEgressActionFlag;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, gport, __func__);
-  if (!portClass)
+  int portClass = 0;
+  if (!EgressClassOf(chipUnit, port, gport, __func__, portClass))
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
 
   // The SDK does not overwrite an entry: an earlier one for the same class and VLANs goes first.
-  int rc = bcm_vlan_translate_egress_action_delete(chipUnit, *portClass, vlans.outerVlan,
+  int rc = bcm_vlan_translate_egress_action_delete(chipUnit, portClass, vlans.outerVlan,
                                                    vlans.innerVlan);
   if (rc < 0 && rc != BCM_E_NOT_FOUND) {
     Hal()->error(rc, "%s() failed to delete previous egress VLAN translate rule for %s: %s",
                  __func__, DecodedName(port).c_str(), bcm_errmsg(rc));
     return false;
   }
-  rc = bcm_vlan_translate_egress_action_add(chipUnit, *portClass, vlans.outerVlan, vlans.innerVlan,
+  rc = bcm_vlan_translate_egress_action_add(chipUnit, portClass, vlans.outerVlan, vlans.innerVlan,
                                             &action);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to add egress VLAN translate rule for %s: %s", __func__,
@@ -537,12 +549,12 @@ bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const Vl
     return false;
   const int chipUnit = bcmCommon->unit;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, gport, __func__);
-  if (!portClass)
+  int portClass = 0;
+  if (!EgressClassOf(chipUnit, port, gport, __func__, portClass))
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
 
-  const int rc = bcm_vlan_translate_egress_action_delete(chipUnit, *portClass, vlans.outerVlan,
+  const int rc = bcm_vlan_translate_egress_action_delete(chipUnit, portClass, vlans.outerVlan,
                                                          vlans.innerVlan);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to remove egress VLAN translate for %s: %s", __func__,
@@ -610,7 +622,7 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
     LogRefusedEgressRule(rule);
     return -1;
   }
-  egressVlanMappings[id].insert(rule);
+  StoreRule(egressVlanMappings, id, rule);
   return 0;
 }
 
