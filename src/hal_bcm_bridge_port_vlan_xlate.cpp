@@ -344,8 +344,9 @@ void SetIngressReplaceReplace(const VlanMapping& rule, bool qinq, bool prio,
 
 // Fills the tag actions of an ingress rule; false for a rule without an operation. Values from
 // Invalid upwards are installed as an empty action, as they always have been. Tested in turn rather
-// than switched on: replacing the outer tag, the translation ports carry most, costs one compare
-// where a jump table costs seven instructions, and no other operation pays more than one over it.
+// than switched on: replacing the outer tag, the translation ports carry most, costs a compare and
+// a branch where a jump table costs seven instructions, and none of the other three operations
+// pays more than one instruction over the table.
 bool GetIngressVlanXlateAction(const VlanMapping& rule, bool qinq, bool prio,
                                bcm_vlan_action_set_t& action) {
   const Operation operation = rule.operation;
