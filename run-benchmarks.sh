@@ -66,7 +66,7 @@ if [ $powerpc -eq 1 ]; then
   section "PowerPC build ($build_type) in $target_dir"
   log=$(mktemp)
   if ! cmake -S . -B "$target_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" \
-      -DCMAKE_TOOLCHAIN_FILE=cmake/powerpc-linux-gnu.cmake >"$log" 2>&1; then
+      -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/powerpc-linux-gnu.cmake" >"$log" 2>&1; then
     cat "$log"
     rm -f "$log"
     exit 1

@@ -94,6 +94,12 @@ class HalBcmBridgePort : public HalBridgePortItf {
   // Tests read the shadow state through this seam.
   friend struct HalBcmBridgePortInspector;
 
+  // The rule requests of one stage each.
+  int AddIngressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
+  int AddEgressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
+  int DeleteIngressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
+  int DeleteEgressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
+
   std::map<limid_t, std::set<vlanxlate::VlanMapping>> ingressVlanMappings;
   std::map<limid_t, std::set<vlanxlate::VlanMapping>> egressVlanMappings;
   std::map<limid_t, unsigned short> nativeVlans;

@@ -2,7 +2,6 @@
 // egress translation tables, the egress class IDs of LAG members and the per-interface rule store.
 #include <cstddef>
 #include <cstring>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -78,17 +77,19 @@ void LogChipPortMiss(ChipPortMiss miss, const char* caller, const limid_t& id, c
   }
 }
 
-// The chip port of id from the gport table, or from the port table when fromPortTable; a miss is
-// logged with the caller's name. Inline, as the key of a rule below: every rule added or deleted
-// runs both, and a call's set-up would be a noticeable part of the library's own work there.
-inline std::optional<int32_t> LookupChipPort(const HalBcmCommon& common, const limid_t& id,
-                                             bool fromPortTable, const char* caller,
-                                             ChipPortMiss miss) {
+// The chip port of id from the gport table, or from the port table when fromPortTable, into
+// chipPort; false on a miss, which is logged with the caller's name. Inline, as the key of a rule
+// below: every rule added or deleted runs both, and a call's set-up would be a noticeable part of
+// the library's own work there. A flag and an out-parameter rather than an optional: inlined, the
+// optional's engaged byte was still stored and tested on the way to success.
+inline bool LookupChipPort(const HalBcmCommon& common, const limid_t& id, bool fromPortTable,
+                           const char* caller, ChipPortMiss miss, int32_t& chipPort) {
   try {
-    return fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
+    chipPort = fromPortTable ? common.LookupPort(id).port : common.LookupGport(id).port;
+    return true;
   } catch (const std::out_of_range& e) {
     LogChipPortMiss(miss, caller, id, e.what());
-    return std::nullopt;
+    return false;
   }
 }
 
@@ -198,6 +199,15 @@ inline StoredRule FindStoredRule(std::map<limid_t, std::set<VlanMapping>>& store
   if (position == rules.end() || !SameRule(*position, rule))
     return {};
   return {&rules, position};
+}
+
+// Adds a rule the chip took to the interface's set. The egress request calls it out of line: with
+// the set's insertion compiled into that request, the descent of the set kept a value on the stack
+// at every step and cost more than this call saves. The ingress request's descent keeps its
+// values in registers, and inserts inline.
+[[gnu::noinline, gnu::flatten]] void StoreRule(std::map<limid_t, std::set<VlanMapping>>& store,
+                                               const limid_t& id, const VlanMapping& rule) {
+  store[id].insert(rule);
 }
 
 // ---- Ingress ------------------------------------------------------------------------------------
@@ -333,28 +343,25 @@ void SetIngressReplaceReplace(const VlanMapping& rule, bool qinq, bool prio,
 }
 
 // Fills the tag actions of an ingress rule; false for a rule without an operation. Values from
-// Invalid upwards are installed as an empty action, as they always have been.
+// Invalid upwards are installed as an empty action, as they always have been. Tested in turn rather
+// than switched on: replacing the outer tag, the translation ports carry most, costs a compare and
+// a branch where a jump table costs seven instructions, and none of the other three operations
+// pays more than one instruction over the table.
 bool GetIngressVlanXlateAction(const VlanMapping& rule, bool qinq, bool prio,
                                bcm_vlan_action_set_t& action) {
-  switch (rule.operation) {
-    case Operation::Unknown:
-      Hal()->log(kLogError, "%s() invalid ingress VLAN translate action: %s", __func__,
-                 vlanxlate::OperationName(rule.operation));
-      return false;
-    case Operation::Add:
-      SetIngressAdd(rule, qinq, prio, action);
-      break;
-    case Operation::Replace:
-      SetIngressReplace(rule, qinq, prio, action);
-      break;
-    case Operation::AddReplace:
-      SetIngressAddReplace(rule, qinq, prio, action);
-      break;
-    case Operation::ReplaceReplace:
-      SetIngressReplaceReplace(rule, qinq, prio, action);
-      break;
-    default:
-      break;
+  const Operation operation = rule.operation;
+  if (operation == Operation::Replace) {
+    SetIngressReplace(rule, qinq, prio, action);
+  } else if (operation == Operation::Add) {
+    SetIngressAdd(rule, qinq, prio, action);
+  } else if (operation == Operation::AddReplace) {
+    SetIngressAddReplace(rule, qinq, prio, action);
+  } else if (operation == Operation::ReplaceReplace) {
+    SetIngressReplaceReplace(rule, qinq, prio, action);
+  } else if (operation == Operation::Unknown) {
+    Hal()->log(kLogError, "%s() invalid ingress VLAN translate action: %s", __func__,
+               vlanxlate::OperationName(rule.operation));
+    return false;
   }
   return true;
 }
@@ -410,20 +417,24 @@ int LagClassId(int32_t lagGport, bool prio) {
   return top - trunkId;
 }
 
-// The egress class that keys the entries of id: the LAG class for a LAG (shared by its members),
-// else the port's class as the chip holds it. Only the LAG class depends on the chip's
-// packet-priority actions, so only a LAG asks for them.
-std::optional<int> EgressClassOf(int unit, const limid_t& id, int32_t gport, const char* caller) {
-  if (halbd::IsLag(id))
-    return LagClassId(gport, TakesPacketPriorityActions(unit));
+// The egress class that keys the entries of id into classId: the LAG class for a LAG (shared by
+// its members), else the port's class as the chip holds it; false when the chip does not say. Only
+// the LAG class depends on the chip's packet-priority actions, so only a LAG asks for them. A flag
+// and an out-parameter, as the chip port's lookup.
+bool EgressClassOf(int unit, const limid_t& id, int32_t gport, const char* caller, int& classId) {
+  if (halbd::IsLag(id)) {
+    classId = LagClassId(gport, TakesPacketPriorityActions(unit));
+    return true;
+  }
   uint32_t portClass = 0;
   const int rc = bcm_port_class_get(unit, gport, bcmPortClassVlanTranslateEgress, &portClass);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to get BCM Class ID for %s (%#x): %s", caller,
                  DecodedName(id).c_str(), static_cast<unsigned>(gport), bcm_errmsg(rc));
-    return std::nullopt;
+    return false;
   }
-  return static_cast<int>(portClass);
+  classId = static_cast<int>(portClass);
+  return true;
 }
 
 bool SetEgressClass(int unit, const limid_t& port, int portNumber, int classId,
@@ -444,14 +455,16 @@ bool SetEgressClass(int unit, const limid_t& port, int portNumber, int classId,
 
 bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                      bool qinq) const {
-  const std::optional<int32_t> gport = LookupChipPort(*bcmCommon, port, false, __func__, kGetGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, false, __func__, kGetGport, gport))
     return false;
-  const int chipUnit = bcmCommon->unit;
-  const bool prio = TakesPacketPriorityActions(chipUnit);
 
+  // The record is initialised before the unit and its properties are read, so that they need not
+  // be kept across the SDK's call.
   bcm_vlan_action_set_t action;
   bcm_vlan_action_set_t_init(&action);
+  const int chipUnit = bcmCommon->unit;
+  const bool prio = TakesPacketPriorityActions(chipUnit);
   if (!GetIngressVlanXlateAction(rule, qinq, prio, action)) {
     Hal()->log(kLogError, "%s() failed to get BCM VLAN translate action for %s", __func__,
                DecodedName(port).c_str());
@@ -460,7 +473,7 @@ bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const 
   action.flags |= kIngressActionFlag;
 
   const IngressKey key = IngressKeyOf(rule, qinq);
-  const int rc = bcm_vlan_translate_action_add(chipUnit, *gport, key.type, key.outerVlan,
+  const int rc = bcm_vlan_translate_action_add(chipUnit, gport, key.type, key.outerVlan,
                                                key.innerVlan, &action);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to add ingress VLAN translate rule for %s: %s", __func__,
@@ -472,13 +485,12 @@ bool HalBcmBridgePort::InstallIngressVlanMappingRule(const limid_t& port, const 
 
 bool HalBcmBridgePort::RemoveIngressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                     bool qinq, bool usePortTable) const {
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport, gport))
     return false;
 
   const IngressKey key = IngressKeyOf(rule, qinq);
-  const int rc = bcm_vlan_translate_action_delete(bcmCommon->unit, *gport, key.type, key.outerVlan,
+  const int rc = bcm_vlan_translate_action_delete(bcmCommon->unit, gport, key.type, key.outerVlan,
                                                   key.innerVlan);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to remove ingress VLAN translate for %s: %s", __func__,
@@ -492,14 +504,15 @@ bool HalBcmBridgePort::RemoveIngressVlanMappingRule(const limid_t& port, const V
 
 bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
                                                     const VlanMapping& rule) const {
-  const std::optional<int32_t> gport = LookupChipPort(*bcmCommon, port, false, __func__, kGetGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, false, __func__, kGetGport, gport))
     return false;
-  const int chipUnit = bcmCommon->unit;
-  const bool prio = TakesPacketPriorityActions(chipUnit);
 
+  // Initialised first, as an ingress rule's record.
   bcm_vlan_action_set_t action;
   bcm_vlan_action_set_t_init(&action);
+  const int chipUnit = bcmCommon->unit;
+  const bool prio = TakesPacketPriorityActions(chipUnit);
   if (!GetEgressVlanXlateAction(rule, prio, action)) {
     Hal()->log(kLogError, "%s() failed to get BCM VLAN translate action for %s", __func__,
                DecodedName(port).c_str());
@@ -507,20 +520,20 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
   }
   action.flags |= kEgressActionFlag;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
-  if (!portClass)
+  int portClass = 0;
+  if (!EgressClassOf(chipUnit, port, gport, __func__, portClass))
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
 
   // The SDK does not overwrite an entry: an earlier one for the same class and VLANs goes first.
-  int rc = bcm_vlan_translate_egress_action_delete(chipUnit, *portClass, vlans.outerVlan,
+  int rc = bcm_vlan_translate_egress_action_delete(chipUnit, portClass, vlans.outerVlan,
                                                    vlans.innerVlan);
   if (rc < 0 && rc != BCM_E_NOT_FOUND) {
     Hal()->error(rc, "%s() failed to delete previous egress VLAN translate rule for %s: %s",
                  __func__, DecodedName(port).c_str(), bcm_errmsg(rc));
     return false;
   }
-  rc = bcm_vlan_translate_egress_action_add(chipUnit, *portClass, vlans.outerVlan, vlans.innerVlan,
+  rc = bcm_vlan_translate_egress_action_add(chipUnit, portClass, vlans.outerVlan, vlans.innerVlan,
                                             &action);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to add egress VLAN translate rule for %s: %s", __func__,
@@ -532,18 +545,17 @@ bool HalBcmBridgePort::InstallEgressVlanMappingRule(const limid_t& port,
 
 bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const VlanMapping& rule,
                                                    bool usePortTable) const {
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, usePortTable, __func__, kRetrieveGport, gport))
     return false;
   const int chipUnit = bcmCommon->unit;
 
-  const std::optional<int> portClass = EgressClassOf(chipUnit, port, *gport, __func__);
-  if (!portClass)
+  int portClass = 0;
+  if (!EgressClassOf(chipUnit, port, gport, __func__, portClass))
     return false;
   const EgressVlans vlans = EgressVlansOf(rule);
 
-  const int rc = bcm_vlan_translate_egress_action_delete(chipUnit, *portClass, vlans.outerVlan,
+  const int rc = bcm_vlan_translate_egress_action_delete(chipUnit, portClass, vlans.outerVlan,
                                                          vlans.innerVlan);
   if (rc < 0) {
     Hal()->error(rc, "%s() failed to remove egress VLAN translate for %s: %s", __func__,
@@ -555,91 +567,105 @@ bool HalBcmBridgePort::RemoveEgressVlanMappingRule(const limid_t& port, const Vl
 
 bool HalBcmBridgePort::SetEgressVlanXlateClassIdForLag(const limid_t& lag,
                                                        const limid_t& member) const {
-  const std::optional<int32_t> lagGport =
-      LookupChipPort(*bcmCommon, lag, false, __func__, kRetrieveGport);
-  if (!lagGport)
+  int32_t lagGport = 0;
+  if (!LookupChipPort(*bcmCommon, lag, false, __func__, kRetrieveGport, lagGport))
     return false;
   const int chipUnit = bcmCommon->unit;
-  const int classId = LagClassId(*lagGport, TakesPacketPriorityActions(chipUnit));
+  const int classId = LagClassId(lagGport, TakesPacketPriorityActions(chipUnit));
 
-  const std::optional<int32_t> memberGport =
-      LookupChipPort(*bcmCommon, member, true, __func__, kRetrievePort);
-  if (!memberGport)
+  int32_t memberGport = 0;
+  if (!LookupChipPort(*bcmCommon, member, true, __func__, kRetrievePort, memberGport))
     return false;
-  return SetEgressClass(chipUnit, member, halbd::LocalPortOrInvalid(*memberGport), classId,
+  return SetEgressClass(chipUnit, member, halbd::LocalPortOrInvalid(memberGport), classId,
                         __func__);
 }
 
 bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort, gport))
     return false;
   // A port's own class is its port number; a gport that names no local port gives -1 for both,
   // which the SDK refuses.
-  const int portNumber = halbd::LocalPortOrInvalid(*gport);
+  const int portNumber = halbd::LocalPortOrInvalid(gport);
   return SetEgressClass(bcmCommon->unit, port, portNumber, portNumber, __func__);
 }
 
 // ---- Rule store ---------------------------------------------------------------------------------
 
-// Flattened, as the deletion below: the chip step, the port lookup and the store's search and
-// insertion are compiled into the request and cost no calls of their own.
-[[gnu::flatten]] int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage,
-                                                          const VlanMapping& rule) {
-  // The chip decides, also for a rule that is already stored; the store changes only when the
-  // chip took the rule.
-  if (stage == Stage::Ingress) {
-    const bool qinq = qinqPorts.count(id) != 0;
-    if (!InstallIngressVlanMappingRule(id, rule, qinq)) {
-      LogRefusedIngressRule(rule, qinq);
-      return -1;
-    }
-    ingressVlanMappings[id].insert(rule);
-    return 0;
-  }
-  if (stage == Stage::Egress) {
-    if (!InstallEgressVlanMappingRule(id, rule)) {
-      LogRefusedEgressRule(rule);
-      return -1;
-    }
-    egressVlanMappings[id].insert(rule);
-    return 0;
-  }
+// Each stage's request is a function of its own, flattened: compiled together, the two stages'
+// steps shared one frame and its register pressure, and the ingress path spilled and reloaded
+// values around every call it made.
+int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const VlanMapping& rule) {
+  if (stage == Stage::Ingress)
+    return AddIngressRule(id, rule);
+  if (stage == Stage::Egress)
+    return AddEgressRule(id, rule);
   return 0;  // a stage this service has no table for
 }
 
-[[gnu::flatten]] int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
-                                                             const VlanMapping& rule) {
-  // A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
-  // not. A rule that is not stored is not on the chip either, so there is nothing to do.
-  if (stage == Stage::Ingress) {
-    const StoredRule stored = FindStoredRule(ingressVlanMappings, id, rule);
-    if (stored.rules == nullptr) {
-      LogSkippedDeletion(stage, rule);
-      return 0;
-    }
-    const bool qinq = qinqPorts.count(id) != 0;
-    if (!RemoveIngressVlanMappingRule(id, rule, qinq, false)) {
-      LogRefusedIngressRule(rule, qinq);
-      return -1;
-    }
-    stored.rules->erase(stored.position);
+// The chip decides, also for a rule that is already stored; the store changes only when the chip
+// took the rule. The chip step, the port lookup and the store's search and insertion are compiled
+// into the request and cost no calls of their own.
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::AddIngressRule(const limid_t& id,
+                                                                     const VlanMapping& rule) {
+  const bool qinq = qinqPorts.count(id) != 0;
+  if (!InstallIngressVlanMappingRule(id, rule, qinq)) {
+    LogRefusedIngressRule(rule, qinq);
+    return -1;
+  }
+  ingressVlanMappings[id].insert(rule);
+  return 0;
+}
+
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::AddEgressRule(const limid_t& id,
+                                                                    const VlanMapping& rule) {
+  if (!InstallEgressVlanMappingRule(id, rule)) {
+    LogRefusedEgressRule(rule);
+    return -1;
+  }
+  StoreRule(egressVlanMappings, id, rule);
+  return 0;
+}
+
+int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
+                                            const VlanMapping& rule) {
+  if (stage == Stage::Ingress)
+    return DeleteIngressRule(id, rule);
+  if (stage == Stage::Egress)
+    return DeleteEgressRule(id, rule);
+  return 0;
+}
+
+// A rule leaves the store only once the chip dropped it; the interface's entry stays, empty or
+// not. A rule that is not stored is not on the chip either, so there is nothing to do.
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::DeleteIngressRule(const limid_t& id,
+                                                                        const VlanMapping& rule) {
+  const StoredRule stored = FindStoredRule(ingressVlanMappings, id, rule);
+  if (stored.rules == nullptr) {
+    LogSkippedDeletion(Stage::Ingress, rule);
     return 0;
   }
-  if (stage == Stage::Egress) {
-    const StoredRule stored = FindStoredRule(egressVlanMappings, id, rule);
-    if (stored.rules == nullptr) {
-      LogSkippedDeletion(stage, rule);
-      return 0;
-    }
-    if (!RemoveEgressVlanMappingRule(id, rule, false)) {
-      LogRefusedEgressRule(rule);
-      return -1;
-    }
-    stored.rules->erase(stored.position);
+  const bool qinq = qinqPorts.count(id) != 0;
+  if (!RemoveIngressVlanMappingRule(id, rule, qinq, false)) {
+    LogRefusedIngressRule(rule, qinq);
+    return -1;
+  }
+  stored.rules->erase(stored.position);
+  return 0;
+}
+
+[[gnu::flatten, gnu::noinline]] int HalBcmBridgePort::DeleteEgressRule(const limid_t& id,
+                                                                       const VlanMapping& rule) {
+  const StoredRule stored = FindStoredRule(egressVlanMappings, id, rule);
+  if (stored.rules == nullptr) {
+    LogSkippedDeletion(Stage::Egress, rule);
     return 0;
   }
+  if (!RemoveEgressVlanMappingRule(id, rule, false)) {
+    LogRefusedEgressRule(rule);
+    return -1;
+  }
+  stored.rules->erase(stored.position);
   return 0;
 }
 
@@ -675,11 +701,10 @@ void HalBcmBridgePort::SetVlanXlateLookupKeys(
                DecodedName(port).c_str(), static_cast<int>(keys.size()));
     return;
   }
-  const std::optional<int32_t> gport =
-      LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort);
-  if (!gport)
+  int32_t gport = 0;
+  if (!LookupChipPort(*bcmCommon, port, true, __func__, kRetrievePort, gport))
     return;
-  const int portNumber = halbd::LocalPortOrInvalid(*gport);
+  const int portNumber = halbd::LocalPortOrInvalid(gport);
 
   int rc = bcm_vlan_control_port_set(unit, portNumber, bcmVlanPortTranslateKeyFirst, keys[0]);
   if (rc < 0) {

@@ -51,19 +51,22 @@ TEST(VlanMappingOrder, EveryFieldDecidesInDeclarationOrder) {
   using Change = std::function<void(VlanMapping&)>;
   const std::pair<const char*, Change> lessToGreater[] = {
       {"match.hasOuterVlan", [](VlanMapping& r) { r.match.hasOuterVlan = true; }},
-      {"match.outerVlanTag", [](VlanMapping& r) { r.match.outerVlanTag.vlanId = 1; }},
+      {"match.outerVlanTag", [](VlanMapping& r) { r.match.outerVlanTag.vlanId = 0x0100; }},
       {"match.hasInnerVlan", [](VlanMapping& r) { r.match.hasInnerVlan = true; }},
       {"match.innerVlanTag", [](VlanMapping& r) { r.match.innerVlanTag.tpid = 1; }},
       {"operation", [](VlanMapping& r) { r.operation = Operation::Add; }},
       {"action.outerVlanTag", [](VlanMapping& r) { r.action.outerVlanTag.priority = 16; }},
       {"action.innerVlanTag", [](VlanMapping& r) { r.action.innerVlanTag.vlanId = 1; }},
   };
+  // The matched VLAN starts one below a carry into its upper byte: it compares as a number.
+  VlanMapping base;
+  base.match.outerVlanTag.vlanId = 0x00ff;
   for (size_t field = 0; field < std::size(lessToGreater); ++field) {
-    VlanMapping lower;
+    VlanMapping lower = base;
     // The fields after the deciding one pull the other way and must not matter.
     for (size_t later = field + 1; later < std::size(lessToGreater); ++later)
       lessToGreater[later].second(lower);
-    VlanMapping higher;
+    VlanMapping higher = base;
     lessToGreater[field].second(higher);
     EXPECT_TRUE(lower < higher) << lessToGreater[field].first;
     EXPECT_FALSE(higher < lower) << lessToGreater[field].first;
