@@ -452,8 +452,12 @@ class Writer {
   void MembersAndFlags(const std::string& name, const std::set<limid_t>& members, const Flags& kept,
                        const Flags& shared) {
     std::vector<limid_t> early, late;
-    for (const limid_t& member : members)
-      (TookSecondFlags(member, kept, shared) ? early : late).push_back(member);
+    for (const limid_t& member : members) {
+      if (TookSecondFlags(member, kept, shared))
+        early.push_back(member);
+      else
+        late.push_back(member);
+    }
     Memberships(name, kept, {});
     for (const limid_t& member : early)
       LagEventLine("memberAdded", name, member);
