@@ -2,6 +2,7 @@
 #ifndef HALBD_SRC_HAL_BCM_BRIDGE_PORT_H
 #define HALBD_SRC_HAL_BCM_BRIDGE_PORT_H
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <set>
@@ -100,6 +101,12 @@ class HalBcmBridgePort : public HalBridgePortItf {
   int DeleteIngressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
   int DeleteEgressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
 
+  // A stored rule's set node, between its rule's deletion and the next rule's addition.
+  using RuleNode = std::set<vlanxlate::VlanMapping>::node_type;
+  void StoreRule(std::set<vlanxlate::VlanMapping>& rules, const vlanxlate::VlanMapping& rule);
+  void DropRule(std::set<vlanxlate::VlanMapping>& rules,
+                std::set<vlanxlate::VlanMapping>::const_iterator position);
+
   std::map<limid_t, std::set<vlanxlate::VlanMapping>> ingressVlanMappings;
   std::map<limid_t, std::set<vlanxlate::VlanMapping>> egressVlanMappings;
   std::map<limid_t, unsigned short> nativeVlans;
@@ -108,6 +115,10 @@ class HalBcmBridgePort : public HalBridgePortItf {
   std::unordered_map<limid_t, unsigned short> tpids;
   std::map<limid_t, en_HalBridgePortAcceptableFrameTypes> acceptableFrameTypes;
   std::map<limid_t, bool> blockedPorts;
+  // The nodes of the last deleted rules of either stage (both sets hold the same node type), at
+  // most kSpareRuleNodes: a rule that replaces another reuses its node instead of a heap round trip.
+  static constexpr size_t kSpareRuleNodes = 16;
+  std::vector<RuleNode> spareRuleNodes;
   HalBcmCommon* bcmCommon;
   int unit;
   std::shared_ptr<halswitchl2if::LagOrchestrator> lagOrchestrator;

@@ -201,15 +201,6 @@ inline StoredRule FindStoredRule(std::map<limid_t, std::set<VlanMapping>>& store
   return {&rules, position};
 }
 
-// Adds a rule the chip took to the interface's set. The egress request calls it out of line: with
-// the set's insertion compiled into that request, the descent of the set kept a value on the stack
-// at every step and cost more than this call saves. The ingress request's descent keeps its
-// values in registers, and inserts inline.
-[[gnu::noinline, gnu::flatten]] void StoreRule(std::map<limid_t, std::set<VlanMapping>>& store,
-                                               const limid_t& id, const VlanMapping& rule) {
-  store[id].insert(rule);
-}
-
 // ---- Ingress ------------------------------------------------------------------------------------
 
 struct IngressKey {
@@ -592,6 +583,32 @@ bool HalBcmBridgePort::ResetEgressVlanXlateClassId(const limid_t& port) const {
 
 // ---- Rule store ---------------------------------------------------------------------------------
 
+// Adds a rule the chip took to the interface's set, in the node of a deleted rule when one is kept:
+// ports' rules are mostly replaced (the old one deleted, the new one added), and a kept node saves
+// the allocator's round trip on both. With none kept, the set allocates as usual, and only once it
+// knows the rule is new.
+inline void HalBcmBridgePort::StoreRule(std::set<VlanMapping>& rules, const VlanMapping& rule) {
+  if (spareRuleNodes.empty()) {
+    rules.insert(rule);
+    return;
+  }
+  RuleNode node = std::move(spareRuleNodes.back());
+  spareRuleNodes.pop_back();
+  node.value() = rule;
+  auto stored = rules.insert(std::move(node));
+  if (!stored.inserted)
+    spareRuleNodes.push_back(std::move(stored.node));  // an equal rule was stored already
+}
+
+// Takes a rule out of its set and keeps its node while there is room; the capacity was reserved,
+// so keeping one never allocates.
+inline void HalBcmBridgePort::DropRule(std::set<VlanMapping>& rules,
+                                       std::set<VlanMapping>::const_iterator position) {
+  RuleNode node = rules.extract(position);
+  if (spareRuleNodes.size() < kSpareRuleNodes)
+    spareRuleNodes.push_back(std::move(node));
+}
+
 // Each stage's request is a function of its own, flattened: compiled together, the two stages'
 // steps shared one frame and its register pressure, and the ingress path spilled and reloaded
 // values around every call it made.
@@ -613,7 +630,7 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
     LogRefusedIngressRule(rule, qinq);
     return -1;
   }
-  ingressVlanMappings[id].insert(rule);
+  StoreRule(ingressVlanMappings[id], rule);
   return 0;
 }
 
@@ -623,7 +640,7 @@ int HalBcmBridgePort::AddVlanMappingRule(const limid_t& id, Stage stage, const V
     LogRefusedEgressRule(rule);
     return -1;
   }
-  StoreRule(egressVlanMappings, id, rule);
+  StoreRule(egressVlanMappings[id], rule);
   return 0;
 }
 
@@ -650,7 +667,7 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
     LogRefusedIngressRule(rule, qinq);
     return -1;
   }
-  stored.rules->erase(stored.position);
+  DropRule(*stored.rules, stored.position);
   return 0;
 }
 
@@ -665,7 +682,7 @@ int HalBcmBridgePort::DeleteVlanMappingRule(const limid_t& id, Stage stage,
     LogRefusedEgressRule(rule);
     return -1;
   }
-  stored.rules->erase(stored.position);
+  DropRule(*stored.rules, stored.position);
   return 0;
 }
 
