@@ -116,7 +116,8 @@ class HalBcmBridgePort : public HalBridgePortItf {
   std::map<limid_t, en_HalBridgePortAcceptableFrameTypes> acceptableFrameTypes;
   std::map<limid_t, bool> blockedPorts;
   // The nodes of the last deleted rules of either stage (both sets hold the same node type), at
-  // most kSpareRuleNodes: a rule that replaces another reuses its node instead of a heap round trip.
+  // most kSpareRuleNodes: a rule that replaces another reuses its node instead of a heap round
+  // trip.
   static constexpr size_t kSpareRuleNodes = 16;
   std::vector<RuleNode> spareRuleNodes;
   HalBcmCommon* bcmCommon;
