@@ -1,6 +1,5 @@
 #include "hal_bcm_bridge_domain.h"
 
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -40,15 +39,17 @@ int Result(bool ok) {
   return ok ? 0 : -1;
 }
 
-// The chip port of an interface, or nothing after logging the miss. The helpers marked inline
-// run on every membership change, whose own work is a few hundred instructions: the set-up of a
-// call each would be a noticeable part of it.
-inline std::optional<int> LookupPortLogged(const HalBcmCommon& common, limid_t intf) {
+// The chip port of an interface into gport; false after logging the miss. The helpers marked
+// inline run on every membership change, whose own work is a few hundred instructions: the set-up
+// of a call each would be a noticeable part of it. A flag and an out-parameter rather than an
+// optional, whose engaged byte was stored and tested on the way to success.
+inline bool LookupPortLogged(const HalBcmCommon& common, limid_t intf, int& gport) {
   try {
-    return common.LookupPort(intf).port;
+    gport = common.LookupPort(intf).port;
+    return true;
   } catch (const std::out_of_range&) {
     Hal()->log(kError, "HAL ID not found: %s.", DecodedName(intf).c_str());
-    return std::nullopt;
+    return false;
   }
 }
 
@@ -61,18 +62,6 @@ inline void EraseKey(Map& map, const typename Map::key_type& key) {
     map.erase(entry);
 }
 
-// Inserts value unless its key is already there, whose flag then stays. Configurations are
-// written in ascending order, VLAN after VLAN and port after port, so a key above every stored one
-// is common: tried first, it goes in at the end without a search of the map. Any other key costs
-// one comparison more than a plain insert. True when value was inserted.
-template <typename Map>
-inline std::pair<typename Map::iterator, bool> InsertFromEnd(
-    Map& map, const typename Map::value_type& value) {
-  const size_t before = map.size();
-  const auto entry = map.insert(map.end(), value);
-  return {entry, map.size() != before};
-}
-
 // Applies a chip change to every member port of a LAG and goes on past failures. Only
 // local-port gports name ports of this chip; the others are left alone. True when every member
 // was found and every change succeeded.
@@ -81,37 +70,37 @@ bool ForEachMemberPort(const HalBcmCommon& common, const std::set<limid_t>& memb
                        ChipChange change) {
   bool ok = true;
   for (const limid_t& member : members) {
-    const std::optional<int> gport = LookupPortLogged(common, member);
-    if (!gport || (IsLocalPortGport(*gport) && change(*gport) != 0))
+    int gport = 0;
+    if (!LookupPortLogged(common, member, gport) || (IsLocalPortGport(gport) && change(gport) != 0))
       ok = false;
   }
   return ok;
 }
 
-// The VLAN's broadcast replication group, or nothing after logging a failed read. It is read
-// from the chip on every call because the module that owns the VLAN may change it; 0 means the
-// VLAN has none.
-inline std::optional<bcm_multicast_t> ReadBroadcastGroup(int unit, unsigned short vlan) {
+// The VLAN's broadcast replication group into group; false after logging a failed read. It is
+// read from the chip on every call because the module that owns the VLAN may change it; 0 means
+// the VLAN has none. A flag and an out-parameter, as the port's lookup.
+inline bool ReadBroadcastGroup(int unit, unsigned short vlan, bcm_multicast_t& group) {
   bcm_vlan_control_vlan_t control{};
   const int rc = bcm_vlan_control_vlan_selective_get(
       unit, vlan, BCM_VLAN_CONTROL_VLAN_BROADCAST_GROUP_MASK, &control);
   if (rc < 0) {
     Hal()->log(kError, "Error getting VLAN properties from VLAN %d: %s.", vlan, bcm_errmsg(rc));
-    return std::nullopt;
+    return false;
   }
-  return control.broadcast_group;
+  group = control.broadcast_group;
+  return true;
 }
 
-// The encapsulation under which the group replicates to the port, or nothing after logging.
-std::optional<bcm_if_t> LookupEncap(int unit, bcm_multicast_t group, int gport) {
-  bcm_if_t encap = 0;
+// The encapsulation under which the group replicates to the port into encap; false after logging.
+bool LookupEncap(int unit, bcm_multicast_t group, int gport, bcm_if_t& encap) {
   const int rc = bcm_multicast_l2_encap_get(unit, group, gport, 0, &encap);
   if (rc < 0) {
     Hal()->log(kError, "Error getting encap ID from gport 0x%08X for multicast group %08X: %s.",
                Hex(gport), Hex(group), bcm_errmsg(rc));
-    return std::nullopt;
+    return false;
   }
-  return encap;
+  return true;
 }
 
 // Read-modify-write of the DHCP action alone: the selective calls leave every other field of the
@@ -217,6 +206,40 @@ std::shared_ptr<halswitchbd::VlanOrchestrator> HalBcmBridgeDomain::GetVlanOrches
 
 // ---- Membership --------------------------------------------------------------------------------
 
+// Inserts key with its flag unless the key is already there, whose flag then stays; true when key
+// was added. Configurations are written in ascending order, VLAN after VLAN and port after port,
+// so a key above every stored one is common: tried first, it goes in at the end without a search
+// of the map. Any other key costs one comparison more than a plain insert. A kept node of an erased
+// entry is used when there is one; it stays kept when the key was there already.
+inline std::pair<HalBcmBridgeDomain::MembershipMap::iterator, bool>
+HalBcmBridgeDomain::InsertFromEnd(MembershipMap& map, limid_t key, bool tagged) {
+  if (spareMembershipNodes.empty()) {
+    const size_t before = map.size();
+    const auto entry = map.insert(map.end(), {key, tagged});
+    return {entry, map.size() != before};
+  }
+  MembershipMap::node_type& node = spareMembershipNodes.top();
+  node.key() = key;
+  node.mapped() = tagged;
+  // The map takes the node only when it adds the key, and leaves the handle as it was otherwise.
+  const auto entry = map.insert(map.end(), std::move(node));
+  const bool added = node.empty();  // NOLINT(bugprone-use-after-move): unchanged unless taken
+  if (added)
+    spareMembershipNodes.popTaken();
+  return {entry, added};
+}
+
+// Erases key's entry if it is there, keeping its node while there is room.
+inline void HalBcmBridgeDomain::EraseMembership(MembershipMap& map, limid_t key) {
+  const auto entry = map.find(key);
+  if (entry == map.end())
+    return;
+  if (spareMembershipNodes.full())
+    map.erase(entry);
+  else
+    spareMembershipNodes.push(map.extract(entry));
+}
+
 // The VLAN number is decoded once per request and handed down to the chip steps, which the LAG
 // events reach through bcmAddMember and bcmDelMember instead. A switch's configuration is made of
 // these two requests by the hundred thousand: flattened, their steps cost no calls of their own.
@@ -228,7 +251,7 @@ std::shared_ptr<halswitchbd::VlanOrchestrator> HalBcmBridgeDomain::GetVlanOrches
   if (rc != 0)
     return -1;
   // The shared table reflects the latest request, whereas the books keep the first flag.
-  const auto [entry, added] = InsertFromEnd(bcmCommon->GetVlanMemberTable()[vlan], {intf, tagged});
+  const auto [entry, added] = InsertFromEnd(bcmCommon->GetVlanMemberTable()[vlan], intf, tagged);
   if (!added)
     entry->second = tagged;
   vlanOrchestrator->NotifyMemberAddedToVlan(vlan, intf, tagged);
@@ -239,16 +262,16 @@ std::shared_ptr<halswitchbd::VlanOrchestrator> HalBcmBridgeDomain::GetVlanOrches
 // inline, they leave no unused copy of their own in the library (about 2.5 KB).
 inline int HalBcmBridgeDomain::addPortMember(limid_t bridgeDomain, unsigned short vlan,
                                              limid_t intf, bool tagged) {
-  const std::optional<int> gport = LookupPortLogged(*bcmCommon, intf);
-  if (!gport)
+  int gport = 0;
+  if (!LookupPortLogged(*bcmCommon, intf, gport))
     return -1;
   IntfInfo& member_it = intfInfo[intf];
   // A port in a LAG takes the LAG's VLANs; adding it directly is a caller's mistake.
   if (member_it.inLAG)
     _sal_assert("!member_it.inLAG", kAssertFile, kAddAssertLine);
-  if (IsLocalPortGport(*gport) && addPhysicalPort(unit, *gport, vlan, tagged) != 0)
+  if (IsLocalPortGport(gport) && addPhysicalPort(unit, gport, vlan, tagged) != 0)
     return -1;
-  InsertFromEnd(member_it.bridgeDomains, {bridgeDomain, tagged});
+  InsertFromEnd(member_it.bridgeDomains, bridgeDomain, tagged);
   return 0;
 }
 
@@ -261,14 +284,14 @@ inline int HalBcmBridgeDomain::addLagMember(limid_t bridgeDomain, unsigned short
   // Members already programmed stay on the chip; the books only learn of complete successes.
   if (!ok)
     return -1;
-  InsertFromEnd(lagMembership[lag], {bridgeDomain, tagged});
+  InsertFromEnd(lagMembership[lag], bridgeDomain, tagged);
   return 0;
 }
 
 [[gnu::flatten]] int HalBcmBridgeDomain::delMember(limid_t bridgeDomain, limid_t intf) {
   const unsigned short vlan = VlanOfBridgeDomain(bridgeDomain);
   // The VLAN's entry is created if missing and kept, even when empty.
-  EraseKey(bcmCommon->GetVlanMemberTable()[vlan], intf);
+  EraseMembership(bcmCommon->GetVlanMemberTable()[vlan], intf);
   // Clients hear of the removal before the chip changes, whether or not intf was a member.
   vlanOrchestrator->NotifyMemberRemovedFromVlan(vlan, intf);
   return IsLag(intf) ? delLagMember(bridgeDomain, vlan, intf)
@@ -277,18 +300,18 @@ inline int HalBcmBridgeDomain::addLagMember(limid_t bridgeDomain, unsigned short
 
 inline int HalBcmBridgeDomain::delPortMember(limid_t bridgeDomain, unsigned short vlan,
                                              limid_t intf) {
-  const std::optional<int> gport = LookupPortLogged(*bcmCommon, intf);
-  if (!gport)
+  int gport = 0;
+  if (!LookupPortLogged(*bcmCommon, intf, gport))
     return -1;
   auto it = intfInfo.find(intf);
   if (it != intfInfo.end()) {
-    EraseKey(it->second.bridgeDomains, bridgeDomain);
+    EraseMembership(it->second.bridgeDomains, bridgeDomain);
     if (it->second.inLAG)
       _sal_assert("!it->second.inLAG", kAssertFile, kDelAssertLine);
   }
-  if (!IsLocalPortGport(*gport))
+  if (!IsLocalPortGport(gport))
     return 0;
-  return Result(delPhysicalPort(unit, *gport, vlan) == 0);
+  return Result(delPhysicalPort(unit, gport, vlan) == 0);
 }
 
 inline int HalBcmBridgeDomain::delLagMember(limid_t bridgeDomain, unsigned short vlan,
@@ -305,7 +328,7 @@ inline int HalBcmBridgeDomain::delLagMember(limid_t bridgeDomain, unsigned short
                "delMember", DecodedName(lag).c_str());
     return -1;
   }
-  EraseKey(lagMembership[lag], bridgeDomain);
+  EraseMembership(lagMembership[lag], bridgeDomain);
   const bool ok = ForEachMemberPort(*bcmCommon, *members,
                                     [&](int gport) { return delPhysicalPort(unit, gport, vlan); });
   return Result(ok);
@@ -475,37 +498,37 @@ int HalBcmBridgeDomain::bcmDelMember(int gport, limid_t bridgeDomain) {
 }
 
 int HalBcmBridgeDomain::addPortToReplicationGroup(int unit, int gport, unsigned short vlan) {
-  const std::optional<bcm_multicast_t> group = ReadBroadcastGroup(unit, vlan);
-  if (!group)
+  bcm_multicast_t group = 0;
+  if (!ReadBroadcastGroup(unit, vlan, group))
     return -1;
-  if (*group == 0)
+  if (group == 0)
     return 0;
-  const std::optional<bcm_if_t> encap = LookupEncap(unit, *group, gport);
-  if (!encap)
+  bcm_if_t encap = 0;
+  if (!LookupEncap(unit, group, gport, encap))
     return -1;
-  const int rc = bcm_multicast_egress_add(unit, *group, gport, *encap);
+  const int rc = bcm_multicast_egress_add(unit, group, gport, encap);
   if (rc < 0) {
     Hal()->log(kError, "Error adding encap ID 0x%08X of gport 0x%08X to multicast group %08X: %s.",
-               Hex(*encap), Hex(gport), Hex(*group), bcm_errmsg(rc));
+               Hex(encap), Hex(gport), Hex(group), bcm_errmsg(rc));
     return -1;
   }
   return 0;
 }
 
 int HalBcmBridgeDomain::delPortFromReplicationGroup(int unit, int gport, unsigned short vlan) {
-  const std::optional<bcm_multicast_t> group = ReadBroadcastGroup(unit, vlan);
-  if (!group)
+  bcm_multicast_t group = 0;
+  if (!ReadBroadcastGroup(unit, vlan, group))
     return -1;
-  if (*group == 0)
+  if (group == 0)
     return 0;
-  const std::optional<bcm_if_t> encap = LookupEncap(unit, *group, gport);
-  if (!encap)
+  bcm_if_t encap = 0;
+  if (!LookupEncap(unit, group, gport, encap))
     return -1;
-  const int rc = bcm_multicast_egress_delete(unit, *group, gport, *encap);
+  const int rc = bcm_multicast_egress_delete(unit, group, gport, encap);
   if (rc < 0) {
     Hal()->log(kError,
                "Error removing encap ID 0x%08X of gport 0x%08X from multicast group %08X: %s.",
-               Hex(*encap), Hex(gport), Hex(*group), bcm_errmsg(rc));
+               Hex(encap), Hex(gport), Hex(group), bcm_errmsg(rc));
     return -1;
   }
   return 0;
@@ -565,16 +588,16 @@ int HalBcmBridgeDomain::RemoveIgmpSnoopingFlag(unsigned short vlan) const {
 
 // A port in a LAG is a member of exactly the LAG's VLANs: it leaves its own and joins the LAG's.
 int HalBcmBridgeDomain::AddMemberLAGEvent(const limid_t& lag, const limid_t& member) {
-  const std::optional<int> gport = LookupPortLogged(*bcmCommon, member);
-  if (!gport)
+  int gport = 0;
+  if (!LookupPortLogged(*bcmCommon, member, gport))
     return -1;
-  const bool local = IsLocalPortGport(*gport);
+  const bool local = IsLocalPortGport(gport);
   bool ok = true;
   auto info = intfInfo.find(member);
   // A port never added directly has no record and gets none, so its inLAG is not tracked.
   if (info != intfInfo.end()) {
     for (const auto& [bridgeDomain, tagged] : info->second.bridgeDomains) {
-      if (local && bcmDelMember(*gport, bridgeDomain) != 0)
+      if (local && bcmDelMember(gport, bridgeDomain) != 0)
         ok = false;
     }
     info->second = IntfInfo{true, {}};
@@ -583,7 +606,7 @@ int HalBcmBridgeDomain::AddMemberLAGEvent(const limid_t& lag, const limid_t& mem
   if (lagVlans == lagMembership.end())
     return Result(ok);
   for (const auto& [bridgeDomain, tagged] : lagVlans->second) {
-    if (local && bcmAddMember(*gport, bridgeDomain, tagged) != 0)
+    if (local && bcmAddMember(gport, bridgeDomain, tagged) != 0)
       ok = false;
   }
   return Result(ok);
@@ -591,15 +614,15 @@ int HalBcmBridgeDomain::AddMemberLAGEvent(const limid_t& lag, const limid_t& mem
 
 // The port leaves the LAG's VLANs; the VLANs it had before joining are not restored.
 int HalBcmBridgeDomain::DelMemberLAGEvent(const limid_t& lag, const limid_t& member) {
-  const std::optional<int> gport = LookupPortLogged(*bcmCommon, member);
-  if (!gport)
+  int gport = 0;
+  if (!LookupPortLogged(*bcmCommon, member, gport))
     return -1;
-  const bool local = IsLocalPortGport(*gport);
+  const bool local = IsLocalPortGport(gport);
   bool ok = true;
   auto lagVlans = lagMembership.find(lag);
   if (lagVlans != lagMembership.end()) {
     for (const auto& [bridgeDomain, tagged] : lagVlans->second) {
-      if (local && bcmDelMember(*gport, bridgeDomain) != 0)
+      if (local && bcmDelMember(gport, bridgeDomain) != 0)
         ok = false;
     }
   }

@@ -2,13 +2,16 @@
 #ifndef HALBD_SRC_HAL_BCM_BRIDGE_DOMAIN_H
 #define HALBD_SRC_HAL_BCM_BRIDGE_DOMAIN_H
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <set>
+#include <utility>
 
 #include "hal_bcm_common.h"
 #include "hal_bridge_domain_itf.h"
 #include "lag_orchestrator.h"
+#include "spare_nodes.h"
 #include "vlan_orchestrator_impl.h"
 
 // Keeps the VLAN membership of interfaces and LAGs in step in three places (its own books, the
@@ -81,12 +84,23 @@ class HalBcmBridgeDomain : public HalBridgeDomainItf {
   int delPortMember(limid_t bridgeDomain, unsigned short vlan, limid_t intf);
   int delLagMember(limid_t bridgeDomain, unsigned short vlan, limid_t lag);
 
+  // The membership maps: the books' (bridge domain to tagged flag) and the shared table's VLANs
+  // (member to tagged flag) are of one type. Insertion keeps the flag of a key already there and
+  // says whether the key was added; erasure keeps the entry's node for the next insertion.
+  using MembershipMap = std::map<limid_t, bool>;
+  std::pair<MembershipMap::iterator, bool> InsertFromEnd(MembershipMap& map, limid_t key,
+                                                         bool tagged);
+  void EraseMembership(MembershipMap& map, limid_t key);
+
   HalBcmCommon* bcmCommon;
   std::shared_ptr<halswitchl2if::LagOrchestrator> lagOrchestrator;
   std::shared_ptr<halswitchbd::VlanOrchestratorImpl> vlanOrchestrator;
   std::map<limid_t, std::map<limid_t, bool>> lagMembership;
   std::map<limid_t, IntfInfo> intfInfo;
   int unit;
+  // Nodes of the last erased membership entries: an interface moved from one VLAN to another
+  // takes its entries' nodes along instead of freeing and allocating them.
+  SpareNodes<MembershipMap::node_type, 16> spareMembershipNodes;
 };
 
 #endif  // HALBD_SRC_HAL_BCM_BRIDGE_DOMAIN_H

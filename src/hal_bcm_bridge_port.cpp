@@ -65,8 +65,6 @@ HalBcmBridgePort::HalBcmBridgePort(std::shared_ptr<halswitchl2if::LagOrchestrato
   // One bucket to start with (the default; a rehash would round it up to two), grown only when
   // there are more TPIDs than buckets.
   tpids.max_load_factor(1.0f);
-  // Reserved once, so that keeping a deleted rule's node never allocates.
-  spareRuleNodes.reserve(kSpareRuleNodes);
 
   if (!lagOrchestrator)
     return;  // a service without LAG events

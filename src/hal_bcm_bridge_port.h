@@ -2,7 +2,6 @@
 #ifndef HALBD_SRC_HAL_BCM_BRIDGE_PORT_H
 #define HALBD_SRC_HAL_BCM_BRIDGE_PORT_H
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <set>
@@ -14,6 +13,7 @@
 #include "hal_bcm_common.h"
 #include "hal_bridge_port_itf.h"
 #include "lag_orchestrator.h"
+#include "spare_nodes.h"
 #include "vlan_xlate.h"
 
 // Applies per-interface VLAN attributes, blocking and VLAN translation rules to the chip's ports,
@@ -115,11 +115,9 @@ class HalBcmBridgePort : public HalBridgePortItf {
   std::unordered_map<limid_t, unsigned short> tpids;
   std::map<limid_t, en_HalBridgePortAcceptableFrameTypes> acceptableFrameTypes;
   std::map<limid_t, bool> blockedPorts;
-  // The nodes of the last deleted rules of either stage (both sets hold the same node type), at
-  // most kSpareRuleNodes: a rule that replaces another reuses its node instead of a heap round
-  // trip.
-  static constexpr size_t kSpareRuleNodes = 16;
-  std::vector<RuleNode> spareRuleNodes;
+  // The nodes of the last deleted rules of either stage (both sets hold the same node type): a rule
+  // that replaces another reuses its node instead of a heap round trip.
+  SpareNodes<RuleNode, 16> spareRuleNodes;
   HalBcmCommon* bcmCommon;
   int unit;
   std::shared_ptr<halswitchl2if::LagOrchestrator> lagOrchestrator;

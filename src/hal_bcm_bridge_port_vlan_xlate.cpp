@@ -592,21 +592,22 @@ inline void HalBcmBridgePort::StoreRule(std::set<VlanMapping>& rules, const Vlan
     rules.insert(rule);
     return;
   }
-  RuleNode node = std::move(spareRuleNodes.back());
-  spareRuleNodes.pop_back();
+  RuleNode& node = spareRuleNodes.top();
   node.value() = rule;
   auto stored = rules.insert(std::move(node));
-  if (!stored.inserted)
-    spareRuleNodes.push_back(std::move(stored.node));  // an equal rule was stored already
+  if (stored.inserted)
+    spareRuleNodes.popTaken();
+  else
+    node = std::move(stored.node);  // an equal rule was stored already
 }
 
-// Takes a rule out of its set and keeps its node while there is room; the capacity was reserved,
-// so keeping one never allocates.
+// Takes a rule out of its set and keeps its node while there is room.
 inline void HalBcmBridgePort::DropRule(std::set<VlanMapping>& rules,
                                        std::set<VlanMapping>::const_iterator position) {
-  RuleNode node = rules.extract(position);
-  if (spareRuleNodes.size() < kSpareRuleNodes)
-    spareRuleNodes.push_back(std::move(node));
+  if (spareRuleNodes.full())
+    rules.erase(position);
+  else
+    spareRuleNodes.push(rules.extract(position));
 }
 
 // Each stage's request is a function of its own, flattened: compiled together, the two stages'
