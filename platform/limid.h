@@ -82,8 +82,13 @@ inline uint32_t limid_big_endian_value(const limid_t& id) {
 inline bool operator<(const limid_t& a, const limid_t& b) {
   return limid_big_endian_value(a) < limid_big_endian_value(b);
 }
+/* Equality needs no byte order: the two words as they lie in memory. */
 inline bool operator==(const limid_t& a, const limid_t& b) {
-  return limid_big_endian_value(a) == limid_big_endian_value(b);
+  uint32_t x;
+  uint32_t y;
+  std::memcpy(&x, a.bytes, sizeof x);
+  std::memcpy(&y, b.bytes, sizeof y);
+  return x == y;
 }
 inline bool operator!=(const limid_t& a, const limid_t& b) {
   return !(a == b);

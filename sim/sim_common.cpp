@@ -34,9 +34,11 @@ const LimIdPortEntry& Lookup(const PortTable& table, limid_t id) {
   return candidate->second;
 }
 
+// One lower-bound descent, as Lookup.
 std::set<limid_t>& MembersOf(limid_t lag) {
-  auto it = Tables().lagMembers.find(lag);
-  if (it == Tables().lagMembers.end())
+  auto& lags = Tables().lagMembers;
+  auto it = lags.lower_bound(lag);
+  if (it == lags.end() || lag < it->first)
     throw std::out_of_range("LAG not found");
   return it->second;
 }

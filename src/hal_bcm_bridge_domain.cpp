@@ -420,6 +420,7 @@ int HalBcmBridgeDomain::getMembers(limid_t bridgeDomain, std::set<limid_t>& memb
   // first difference on, what is left of the old result goes and the rest is inserted. Either way
   // the set holds exactly the members listed so far, also when a lookup fails part-way.
   auto kept = members.begin();
+  const auto end = members.end();  // a set's end stays where it is through inserts and erasures
   bool refreshing = true;
   for (int i = 0; i < count; ++i) {
     bcm_gport_t gport = gports[i];
@@ -431,24 +432,25 @@ int HalBcmBridgeDomain::getMembers(limid_t bridgeDomain, std::set<limid_t>& memb
     try {
       member = bcmCommon->LookupDeviceId(composed_id<int>{gport, -1});
     } catch (const std::out_of_range& e) {
-      members.erase(kept, members.end());
+      members.erase(kept, end);
       Hal()->log(kError, "Error retrieving members of %s: %s.", DecodedName(bridgeDomain).c_str(),
                  e.what());
       return -1;
     }
-    if (refreshing && kept != members.end() && *kept == member) {
+    // Expected: a refreshing caller's set, walked in place, is the case this loop is laid out for.
+    if (__builtin_expect(refreshing && kept != end && *kept == member, 1)) {
       ++kept;
       continue;
     }
     if (refreshing) {
-      kept = members.erase(kept, members.end());
+      kept = members.erase(kept, end);
       refreshing = false;
     }
     // The chip lists members in port order, which is the identifiers' order too where they number
     // ports in sequence: hinted at the end, such an insert needs no descent of the set.
-    members.insert(members.end(), member);
+    members.insert(end, member);
   }
-  members.erase(kept, members.end());
+  members.erase(kept, end);
   return 0;
 }
 
