@@ -88,24 +88,80 @@ inline uint32_t Word0(const VlanMapping& r) {
 #endif
 }
 
+// Past the first word, two rules compared in a search mostly agree field after field: they are
+// the rule sought and itself, or a neighbour that matches the same outer VLAN. Groups of fields
+// that are mostly equal are tested together as one word, the padding bytes among them masked
+// out, and taken one by one only when the word differs:
+//   bytes  4 to  7: the outer match tag's TPID and priority, padding;
+//   bytes  8 to 15: the inner-tag flag, padding, the inner match tag's VLAN, TPID and priority,
+//                   padding (tested once the flags are known equal: a neighbour differs there);
+//   bytes 16 to 23: the operation, the action's outer VLAN and TPID;
+//   bytes 24 to 31: the action's outer priority, padding, inner VLAN, TPID and priority, padding.
+static_assert(offsetof(VlanMatch, outerVlanTag) + offsetof(VlanTag, tpid) == 4 &&
+                  offsetof(VlanMatch, hasInnerVlan) == 8 &&
+                  offsetof(VlanMatch, innerVlanTag) == 10 &&
+                  offsetof(VlanMapping, operation) == 16 && offsetof(VlanMapping, action) == 20 &&
+                  sizeof(VlanTag) == 6 && offsetof(VlanTag, priority) == 4 &&
+                  sizeof(VlanMapping) == 32,
+              "a rule's fields lie in the bytes listed above");
+
+// The bits of the byte at index (in memory order) of a word loaded from memory.
+template <typename Word>
+constexpr Word ByteOfWord(unsigned index) {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  return static_cast<Word>(Word{0xff} << (8 * index));
+#else
+  return static_cast<Word>(Word{0xff} << (8 * (sizeof(Word) - 1 - index)));
+#endif
+}
+
+// A six-byte tag's sixth byte, and the byte before a tag that follows a flag, are padding.
+constexpr uint32_t kOuterTpidAndPriority = static_cast<uint32_t>(~ByteOfWord<uint32_t>(3));
+constexpr uint64_t kFlagAndTag = ~(ByteOfWord<uint64_t>(1) | ByteOfWord<uint64_t>(7));
+constexpr uint64_t kPriorityAndTag = kFlagAndTag;
+constexpr uint64_t kAllBytes = ~uint64_t{0};
+
+// Whether the bytes of fields of two rules' words at offset are equal.
+template <typename Word>
+inline bool SameFields(const VlanMapping& a, const VlanMapping& b, size_t offset, Word fields) {
+  Word wordOfA;
+  Word wordOfB;
+  std::memcpy(&wordOfA, reinterpret_cast<const unsigned char*>(&a) + offset, sizeof wordOfA);
+  std::memcpy(&wordOfB, reinterpret_cast<const unsigned char*>(&b) + offset, sizeof wordOfB);
+  return ((wordOfA ^ wordOfB) & fields) == 0;
+}
+
+inline bool SameOperationAndAction(const VlanMapping& a, const VlanMapping& b) {
+  constexpr size_t kOperation = 16;
+  constexpr size_t kActionOuterPriority = 24;
+  return SameFields(a, b, kOperation, kAllBytes) &&
+         SameFields(a, b, kActionOuterPriority, kPriorityAndTag);
+}
+
 // The fields after the first two, for two rules whose first two fields are equal.
 inline bool LessAfterWord0(const VlanMapping& a, const VlanMapping& b) {
-  const VlanTag& aMatchOuter = a.match.outerVlanTag;
-  const VlanTag& bMatchOuter = b.match.outerVlanTag;
-  if (aMatchOuter.tpid != bMatchOuter.tpid)
-    return aMatchOuter.tpid < bMatchOuter.tpid;
-  if (aMatchOuter.priority != bMatchOuter.priority)
+  constexpr size_t kOuterTpid = 4;
+  constexpr size_t kInnerFlag = 8;
+  if (!SameFields(a, b, kOuterTpid, kOuterTpidAndPriority)) {
+    const VlanTag& aMatchOuter = a.match.outerVlanTag;
+    const VlanTag& bMatchOuter = b.match.outerVlanTag;
+    if (aMatchOuter.tpid != bMatchOuter.tpid)
+      return aMatchOuter.tpid < bMatchOuter.tpid;
     return aMatchOuter.priority < bMatchOuter.priority;
+  }
   if (a.match.hasInnerVlan != b.match.hasInnerVlan)
     return a.match.hasInnerVlan < b.match.hasInnerVlan;
-  const VlanTag& aMatchInner = a.match.innerVlanTag;
-  const VlanTag& bMatchInner = b.match.innerVlanTag;
-  if (aMatchInner.vlanId != bMatchInner.vlanId)
-    return aMatchInner.vlanId < bMatchInner.vlanId;
-  if (aMatchInner.tpid != bMatchInner.tpid)
-    return aMatchInner.tpid < bMatchInner.tpid;
-  if (aMatchInner.priority != bMatchInner.priority)
+  if (!SameFields(a, b, kInnerFlag, kFlagAndTag)) {
+    const VlanTag& aMatchInner = a.match.innerVlanTag;
+    const VlanTag& bMatchInner = b.match.innerVlanTag;
+    if (aMatchInner.vlanId != bMatchInner.vlanId)
+      return aMatchInner.vlanId < bMatchInner.vlanId;
+    if (aMatchInner.tpid != bMatchInner.tpid)
+      return aMatchInner.tpid < bMatchInner.tpid;
     return aMatchInner.priority < bMatchInner.priority;
+  }
+  if (SameOperationAndAction(a, b))
+    return false;
   if (a.operation != b.operation)
     return static_cast<uint32_t>(a.operation) < static_cast<uint32_t>(b.operation);
   const VlanTag& aActionOuter = a.action.outerVlanTag;

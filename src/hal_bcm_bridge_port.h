@@ -104,6 +104,7 @@ class HalBcmBridgePort : public HalBridgePortItf {
   // A stored rule's set node, between its rule's deletion and the next rule's addition.
   using RuleNode = std::set<vlanxlate::VlanMapping>::node_type;
   void StoreRule(std::set<vlanxlate::VlanMapping>& rules, const vlanxlate::VlanMapping& rule);
+  void StoreEgressRule(const limid_t& id, const vlanxlate::VlanMapping& rule);
   void DropRule(std::set<vlanxlate::VlanMapping>& rules,
                 std::set<vlanxlate::VlanMapping>::const_iterator position);
 

@@ -1,8 +1,10 @@
 // The VLAN mapping rule as a value (its text form and its ordering), the per-interface rule store
 // kept in step with the chip, and the re-programming of the stored ingress rules when the Q-in-Q
 // state changes.
+#include <cstddef>
 #include <functional>
 #include <iterator>
+#include <set>
 
 #include "service_fixtures.h"
 
@@ -51,12 +53,20 @@ TEST(VlanMappingOrder, EveryFieldDecidesInDeclarationOrder) {
   using Change = std::function<void(VlanMapping&)>;
   const std::pair<const char*, Change> lessToGreater[] = {
       {"match.hasOuterVlan", [](VlanMapping& r) { r.match.hasOuterVlan = true; }},
-      {"match.outerVlanTag", [](VlanMapping& r) { r.match.outerVlanTag.vlanId = 0x0100; }},
+      {"match.outerVlanTag.vlanId", [](VlanMapping& r) { r.match.outerVlanTag.vlanId = 0x0100; }},
+      {"match.outerVlanTag.tpid", [](VlanMapping& r) { r.match.outerVlanTag.tpid = 0x8100; }},
+      {"match.outerVlanTag.priority", [](VlanMapping& r) { r.match.outerVlanTag.priority = 16; }},
       {"match.hasInnerVlan", [](VlanMapping& r) { r.match.hasInnerVlan = true; }},
-      {"match.innerVlanTag", [](VlanMapping& r) { r.match.innerVlanTag.tpid = 1; }},
+      {"match.innerVlanTag.vlanId", [](VlanMapping& r) { r.match.innerVlanTag.vlanId = 0x0100; }},
+      {"match.innerVlanTag.tpid", [](VlanMapping& r) { r.match.innerVlanTag.tpid = 1; }},
+      {"match.innerVlanTag.priority", [](VlanMapping& r) { r.match.innerVlanTag.priority = 255; }},
       {"operation", [](VlanMapping& r) { r.operation = Operation::Add; }},
-      {"action.outerVlanTag", [](VlanMapping& r) { r.action.outerVlanTag.priority = 16; }},
-      {"action.innerVlanTag", [](VlanMapping& r) { r.action.innerVlanTag.vlanId = 1; }},
+      {"action.outerVlanTag.vlanId", [](VlanMapping& r) { r.action.outerVlanTag.vlanId = 1; }},
+      {"action.outerVlanTag.tpid", [](VlanMapping& r) { r.action.outerVlanTag.tpid = 0x88a8; }},
+      {"action.outerVlanTag.priority", [](VlanMapping& r) { r.action.outerVlanTag.priority = 16; }},
+      {"action.innerVlanTag.vlanId", [](VlanMapping& r) { r.action.innerVlanTag.vlanId = 1; }},
+      {"action.innerVlanTag.tpid", [](VlanMapping& r) { r.action.innerVlanTag.tpid = 0x0100; }},
+      {"action.innerVlanTag.priority", [](VlanMapping& r) { r.action.innerVlanTag.priority = 16; }},
   };
   // The matched VLAN starts one below a carry into its upper byte: it compares as a number.
   VlanMapping base;
@@ -70,6 +80,27 @@ TEST(VlanMappingOrder, EveryFieldDecidesInDeclarationOrder) {
     lessToGreater[field].second(higher);
     EXPECT_TRUE(lower < higher) << lessToGreater[field].first;
     EXPECT_FALSE(higher < lower) << lessToGreater[field].first;
+  }
+}
+
+// The padding between the fields (the byte after each flag, the sixth byte of each tag) is
+// whatever a rule's construction left there: one bit off in it leaves a rule equivalent, one bit
+// off anywhere else does not.
+TEST(VlanMappingOrder, PaddingBytesAloneDoNotCount) {
+  const std::set<size_t> padding{1, 7, 9, 15, 25, 31};
+  VlanMapping rule = ReplaceOuter(0x00ff, 200);
+  rule.match.hasInnerVlan = true;
+  rule.match.innerVlanTag = VlanTag{0x0f0f, 0x8100, 3};
+  for (size_t byte = 0; byte < sizeof(VlanMapping); ++byte) {
+    // A flag's byte holds a bool, whose only other valid value is 1.
+    const bool flag = byte == offsetof(VlanMapping, match.hasOuterVlan) ||
+                      byte == offsetof(VlanMapping, match.hasInnerVlan);
+    for (const unsigned char bit : {0x01, flag ? 0x01 : 0x80}) {
+      VlanMapping off = rule;
+      reinterpret_cast<unsigned char*>(&off)[byte] ^= bit;
+      const bool equivalent = !(off < rule) && !(rule < off);
+      EXPECT_EQ(equivalent, padding.count(byte) != 0) << "byte " << byte << " bit " << int{bit};
+    }
   }
 }
 
