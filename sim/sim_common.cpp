@@ -36,9 +36,9 @@ const LimIdPortEntry& Lookup(const PortTable& table, limid_t id) {
 
 // One lower-bound descent, as Lookup.
 std::set<limid_t>& MembersOf(limid_t lag) {
-  auto& lags = Tables().lagMembers;
-  auto it = lags.lower_bound(lag);
-  if (it == lags.end() || lag < it->first)
+  CommonTables& tables = Tables();
+  const auto it = tables.lagMembers.lower_bound(lag);
+  if (it == tables.lagMembers.end() || lag < it->first)
     throw std::out_of_range("LAG not found");
   return it->second;
 }
