@@ -49,18 +49,28 @@ TEST_F(BridgeDomainMembership, PortJoinsReplicationGroupThenVlanAndLeavesAfterCl
                                  Pair(30, IsEmpty())));
 }
 
+// The second round starts from removals, whose erased entries leave nodes for the adds to reuse.
 TEST_F(BridgeDomainMembership, RepeatedAddKeepsFirstFlagInBooksAndLastInSharedTable) {
   sim::chip().CreateVlan(30, false);  // no replication group, so the chip accepts a second add
-  ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(1), false, 0), 0);
-  ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(1), true, 0), 0);
+  for (const bool afterRemoval : {false, true}) {
+    SCOPED_TRACE(afterRemoval ? "after a removal" : "fresh");
+    if (afterRemoval) {  // four erased entries: the second add still finds a node kept
+      ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(2), false, 0), 0);
+      ASSERT_EQ(service->delMember(sim::BridgeDomain(30), Eth(2)), 0);
+      ASSERT_EQ(service->delMember(sim::BridgeDomain(30), Eth(1)), 0);
+    }
+    ClearRecords();
+    ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(1), false, 0), 0);
+    ASSERT_EQ(service->addMember(sim::BridgeDomain(30), Eth(1), true, 0), 0);
 
-  EXPECT_THAT(Trace(), ElementsAre("bcm_vlan_control_vlan_selective_get(0, 30, 0x2000) = 0",
-                                   "bcm_vlan_gport_add(0, 30, 0x4000001, 0x1) = 0",
-                                   "bcm_vlan_control_vlan_selective_get(0, 30, 0x2000) = 0",
-                                   "bcm_vlan_gport_add(0, 30, 0x4000001, 0x0) = 0"));
-  EXPECT_EQ(Books().intfInfo().at(Eth(1)).bridgeDomains,
-            (BookEntry{{sim::BridgeDomain(30), false}}));
-  EXPECT_EQ(table.at(30), (BookEntry{{Eth(1), true}}));
+    EXPECT_THAT(Trace(), ElementsAre("bcm_vlan_control_vlan_selective_get(0, 30, 0x2000) = 0",
+                                     "bcm_vlan_gport_add(0, 30, 0x4000001, 0x1) = 0",
+                                     "bcm_vlan_control_vlan_selective_get(0, 30, 0x2000) = 0",
+                                     "bcm_vlan_gport_add(0, 30, 0x4000001, 0x0) = 0"));
+    EXPECT_EQ(Books().intfInfo().at(Eth(1)).bridgeDomains,
+              (BookEntry{{sim::BridgeDomain(30), false}}));
+    EXPECT_EQ(table.at(30), (BookEntry{{Eth(1), true}}));
+  }
 }
 
 // Nothing is rolled back: ports programmed before the failure stay on the chip. The books, the
