@@ -65,9 +65,11 @@ inline bool operator<(const VlanTag& a, const VlanTag& b) {
 //   operation; action: outer vlanId, tpid, priority, inner vlanId, tpid, priority.
 // A port's rules mostly differ in the outer VLAN they match: the first two fields, packed into one
 // word, decide most steps of a search at the cost of a load, a rotation, a mask and a compare. The
-// rest is compared field by field with an early exit, a load and a compare each: the steps that
-// reach it are those on the rule being looked up, where every field is equal and any packing of
-// the fields would cost more than the comparisons it saves.
+// steps that get past it are those on the rule being looked up or on a neighbour matching the same
+// outer VLAN, where the fields are mostly equal: groups of them are tested for equality a word at a
+// time, and only a group that differs is compared field by field, with an early exit. Packing the
+// fields into ordered numbers would cost more than it saves: on a little-endian host every
+// two-byte field would need its bytes swapped.
 namespace order {
 
 static_assert(offsetof(VlanMatch, hasOuterVlan) == 0 && offsetof(VlanMatch, outerVlanTag) == 2 &&
