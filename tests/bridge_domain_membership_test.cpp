@@ -73,6 +73,29 @@ TEST_F(BridgeDomainMembership, RepeatedAddKeepsFirstFlagInBooksAndLastInSharedTa
   }
 }
 
+// A port moved out of twenty VLANs and back: the removals past the sixteen nodes that the service
+// keeps erase as the others do, and the adds take the kept nodes first.
+TEST_F(BridgeDomainMembership, ManyRemovalsInARowAllEraseAndTheAddsAfterThemAllRecord) {
+  const int kVlans = 20;
+  for (int vlan = 100; vlan < 100 + kVlans; ++vlan) {
+    sim::chip().CreateVlan(static_cast<uint16_t>(vlan), false);
+    ASSERT_EQ(service->addMember(sim::BridgeDomain(vlan), Eth(1), true, 0), 0);
+  }
+  for (int vlan = 100; vlan < 100 + kVlans; ++vlan)
+    ASSERT_EQ(service->delMember(sim::BridgeDomain(vlan), Eth(1)), 0);
+  EXPECT_THAT(Books().intfInfo().at(Eth(1)).bridgeDomains, IsEmpty());
+  for (int vlan = 100; vlan < 100 + kVlans; ++vlan) {
+    EXPECT_THAT(table.at(static_cast<uint16_t>(vlan)), IsEmpty()) << vlan;
+    EXPECT_THAT(sim::chip().Vlan(static_cast<uint16_t>(vlan)).members, IsEmpty()) << vlan;
+  }
+
+  for (int vlan = 100; vlan < 100 + kVlans; ++vlan)
+    ASSERT_EQ(service->addMember(sim::BridgeDomain(vlan), Eth(1), false, 0), 0);
+  EXPECT_EQ(Books().intfInfo().at(Eth(1)).bridgeDomains.size(), size_t{kVlans});
+  for (int vlan = 100; vlan < 100 + kVlans; ++vlan)
+    EXPECT_EQ(table.at(static_cast<uint16_t>(vlan)), (BookEntry{{Eth(1), false}})) << vlan;
+}
+
 // Nothing is rolled back: ports programmed before the failure stay on the chip. The books, the
 // shared table and the clients learn of complete successes only.
 TEST_F(BridgeDomainMembership, FailedAddIsRecordedNowhereButLeavesTheChipHalfDone) {

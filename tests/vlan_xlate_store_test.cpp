@@ -201,6 +201,26 @@ TEST_F(RuleStore, RulesAreStoredAndDroppedOnlyAfterTheChipDidSo) {
   EXPECT_THAT(sim::chip().EgressTable(), IsEmpty());
 }
 
+// Twenty rules deleted in a row and added again: the deletions past the sixteen nodes that the
+// service keeps erase as the others do, and the adds take the kept nodes first.
+TEST_F(RuleStore, ManyDeletionsInARowAllEraseAndTheAddsAfterThemAllStore) {
+  const int kRules = 20;
+  for (const StageCase& c : kStages) {
+    SCOPED_TRACE(c.table);
+    for (int k = 0; k < kRules; ++k)
+      ASSERT_EQ(Add(c.stage, ReplaceOuter(static_cast<uint16_t>(100 + k), 200)), 0);
+    for (int k = 0; k < kRules; ++k)
+      ASSERT_EQ(Delete(c.stage, ReplaceOuter(static_cast<uint16_t>(100 + k), 200)), 0);
+    EXPECT_THAT(Stored(c.stage), IsEmpty());
+    for (int k = 0; k < kRules; ++k)
+      ASSERT_EQ(Add(c.stage, ReplaceOuter(static_cast<uint16_t>(300 + k), 400)), 0);
+    EXPECT_EQ(Stored(c.stage).size(), size_t{kRules});
+    EXPECT_EQ(Stored(c.stage).count(ReplaceOuter(319, 400)), 1u);
+  }
+  EXPECT_EQ(sim::chip().IngressTable().size(), size_t{kRules});
+  EXPECT_EQ(sim::chip().EgressTable().size(), size_t{kRules});
+}
+
 // A deletion tells rules apart as the rule order does: a rule one bit off in any byte of the
 // stored one, either of the two being the one stored, is found (and goes to the chip) exactly when
 // the order holds them equivalent, the bit being padding.
